@@ -1,5 +1,4 @@
 #include "COMMON.h"
-#include "com_line.h"
 #include "com_log.h"
 
 #include <algorithm>
@@ -59,6 +58,22 @@ public:
 private:
     const char *path_;
 };
+
+// Reads into buf, as fgets() does, at most size - 1 bytes and no further than
+// the first line feed, and terminates them. Unlike fgets() it says how many
+// bytes it read, zero bytes included, so a piece is written back whole.
+size_t readPiece(FILE *f, char *buf, size_t size)
+{
+    size_t n = 0;
+    for (int c; n + 1 < size && (c = getc(f)) != EOF;) {
+        buf[n++] = static_cast<char>(c);
+        if (c == '\n') {
+            break;
+        }
+    }
+    buf[n] = '\0';
+    return n;
+}
 
 // Writes the bytes through to the file, so that a full disk is noticed at the
 // line that meets it and never first at the copy back.
@@ -147,7 +162,7 @@ int COM_ReplaceItemsInFile(const char *path, COM_ITEM_LIST *list)
     int result = 0;
     bool endsWithFeed = true; // what the temporary file holds so far
     char line[kLineSize];
-    for (size_t len; (len = dvr::readPiece(target.get(), line, sizeof line)) > 0;) {
+    for (size_t len; (len = readPiece(target.get(), line, sizeof line)) > 0;) {
         for (int i = 0; i < count; ++i) {
             if (items[i].keyLen <= 0 || !matches(items[i], line, list->anywhere != 0)) {
                 continue;

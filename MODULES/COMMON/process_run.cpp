@@ -1,5 +1,4 @@
 #include "COMMON.h"
-#include "com_line.h"
 #include "com_log.h"
 
 #include <cerrno>
@@ -23,6 +22,7 @@ constexpr size_t kWordSize = 128;
 constexpr size_t kFdDirPathSize = 64;
 // Output lines reach the callback in pieces of at most kOutputLineSize - 1.
 constexpr size_t kOutputLineSize = 256;
+constexpr size_t kOutputBlockSize = 4096;
 // Exit status of a child whose command could not be started.
 constexpr int kExecFailed = 127;
 
@@ -69,8 +69,7 @@ bool restoreSignals(const SignalState &saved)
 }
 
 // Waits, with no time limit, until the pipe has bytes or its writer has gone.
-// The stream is unbuffered, so no line waits in a buffer meanwhile. A
-// descriptor that an fd_set can't hold is not waited for: the read blocks.
+// A descriptor that an fd_set can't hold is not waited for: the read blocks.
 void waitReadable(int fd)
 {
     if (fd < 0 || fd >= FD_SETSIZE) {
@@ -85,6 +84,47 @@ void waitReadable(int fd)
         }
     }
 }
+
+// A command's output, read from the pipe in blocks and cut into pieces as
+// fgets() cuts them. It waits only when the block read before is used up, so
+// a line that has come never waits in a buffer for output still to come.
+class OutputReader {
+public:
+    explicit OutputReader(int fd) : fd_(fd) {}
+
+    // Fills line with the next piece, at most size - 1 bytes and no further
+    // than the first line feed; false at the end of the output.
+    bool next(char *line, size_t size)
+    {
+        size_t n = 0;
+        while (n + 1 < size && (pos_ < end_ || fill())) {
+            line[n] = block_[pos_++];
+            if (line[n++] == '\n') {
+                break;
+            }
+        }
+        line[n] = '\0';
+        return n > 0;
+    }
+
+private:
+    // A read that a signal interrupts is done again: that is not the end.
+    bool fill()
+    {
+        waitReadable(fd_);
+        ssize_t got;
+        while ((got = read(fd_, block_, sizeof block_)) < 0 && errno == EINTR) {
+        }
+        pos_ = 0;
+        end_ = got > 0 ? static_cast<size_t>(got) : 0;
+        return end_ > 0;
+    }
+
+    int fd_;
+    char block_[kOutputBlockSize];
+    size_t pos_ = 0;
+    size_t end_ = 0;
+};
 } // namespace
 
 int COM_ParserCMD(const char *cmd)
@@ -211,13 +251,12 @@ int COM_PopenRead(const char *cmd, uint32_t unused, uint32_t value, COM_POPEN_LI
         COM_LOG(__func__, "popen(%s) error : %s\n", cmd != nullptr ? cmd : "(null)", strerror(errno));
         return -1;
     }
-    setvbuf(pipe, nullptr, _IONBF, 0);
 
+    OutputReader output(fileno(pipe));
     char line[kOutputLineSize];
     for (;;) {
-        waitReadable(fileno(pipe));
         memset(line, 0, sizeof line);
-        if (dvr::readPiece(pipe, line, sizeof line) == 0) {
+        if (!output.next(line, sizeof line)) {
             break;
         }
         if (fn != nullptr) {

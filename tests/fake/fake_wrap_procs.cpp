@@ -1,10 +1,8 @@
-// Temporary files under redirected directories: mkstemp() makes its file
-// where the redirection points and hands the caller back its own template
-// with the chosen name filled in, so that the later fopen(), unlink() and
-// truncate() of that name follow the same redirection.
-//
-// unlink and truncate64 are weak: another wrapper file may wrap them for its
-// own paths, and every definition resolves the path the same way.
+// Temporary files under redirected paths: mkstemp() makes its file where the
+// redirection points and fills the chosen name into the caller's own template,
+// so the later fopen(), unlink() and truncate() of that name are redirected
+// alike. unlink and truncate64 are weak: another wrapper file may define them,
+// and each definition resolves the path the same way.
 #include <cstring>
 #include <string>
 #include <sys/types.h>
@@ -12,8 +10,7 @@
 #include "fake_platform.h"
 
 namespace {
-// mkstemp() replaces the last six characters of its template.
-constexpr size_t kTemplateTail = 6;
+constexpr size_t kTemplateTail = 6; // the XXXXXX that mkstemp() replaces
 } // namespace
 
 extern "C" {
