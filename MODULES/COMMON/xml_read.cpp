@@ -70,8 +70,9 @@ void joinItemNames(const char *element, const char *end, char *text)
     text[0] = '\0';
     for (const char *item = strstr(element, kItemOpen); item != nullptr && item < end;) {
         char name[kXmlWordSize] = {};
+        // A name found past the element's end belongs to another element.
         const char *next = COM_GetStrInDoubleQuotes(item, "Name=", name, sizeof name);
-        if (next == nullptr) {
+        if (next == nullptr || next > end) {
             break;
         }
         const size_t comma = used > 0 ? 1 : 0;
