@@ -43,6 +43,28 @@ TEST(RemoveRealFile, TargetGoesAndTheLinkStaysDangling)
     EXPECT_NE(access(plain.c_str(), F_OK), 0);
 }
 
+// Paths that don't fit the fixed buffers are refused whole, never cut: a
+// cut path could name another file.
+TEST(FixedBuffers, LongPathsAreRefusedAndNothingGoes)
+{
+    fake::TempDir tmp;
+    const std::string level(60, 'l');
+    const std::string deep = tmp.write(level + "/" + level + "/" + level + "/" + level + "/file", "x");
+    ASSERT_GT(deep.size(), 256u);
+    const std::string link = tmp.file("link");
+    symlink(deep.c_str(), link.c_str());
+
+    std::string log = captureStdout([&] { EXPECT_EQ(COM_RemoveRealFile(link.c_str()), -1); });
+    EXPECT_EQ(withoutLineNumbers(log), "file_links.cpp,N:COM_RemoveRealFile(): realpath(" + link + ") failed : File name too long\n");
+    log = captureStdout([&] { EXPECT_EQ(COM_RelocateAndLink((deep + "2").c_str(), link.c_str()), -1); });
+    EXPECT_EQ(withoutLineNumbers(log), "file_links.cpp,N:COM_RelocateAndLink(): dirname(" + deep + "2) error : File name too long\n");
+    const std::string dir = deep.substr(0, deep.size() - 5);
+    log = captureStdout([&] { EXPECT_EQ(COM_RemoveFileInDir(0, dir.c_str()), -1); });
+    EXPECT_NE(log.find(") error : File name too long\n"), std::string::npos) << log;
+    EXPECT_EQ(readFile(deep), "x");
+    EXPECT_EQ(linkText(link), deep);
+}
+
 TEST(CreateSymbolLink, ReplacesOnlyForAnExistingTargetOrByForce)
 {
     fake::TempDir tmp;
