@@ -69,6 +69,20 @@ char *extract(const char *func, const char *text, const char *key, char *out, in
     return const_cast<char *>(after);
 }
 
+// Copies the text and its terminator, each character through change; the
+// output may be the text itself.
+int mapLetters(char *out, const char *text, int (*change)(int))
+{
+    if (out == nullptr || text == nullptr) {
+        return -1;
+    }
+    size_t i = 0;
+    do {
+        out[i] = static_cast<char>(change(static_cast<unsigned char>(text[i])));
+    } while (text[i++] != '\0');
+    return 0;
+}
+
 int convert(char *digits, size_t &count)
 {
     digits[count] = '\0';
@@ -110,26 +124,12 @@ char *COM_StrCaseStr(const char *text, const char *key)
 
 int COM_StrToUpper(char *pOut, const char *text)
 {
-    if (pOut == nullptr || text == nullptr) {
-        return -1;
-    }
-    size_t i = 0;
-    do {
-        pOut[i] = static_cast<char>(toupper(static_cast<unsigned char>(text[i])));
-    } while (text[i++] != '\0');
-    return 0;
+    return mapLetters(pOut, text, toupper);
 }
 
 int COM_StrToLower(char *pOut, const char *text)
 {
-    if (pOut == nullptr || text == nullptr) {
-        return -1;
-    }
-    size_t i = 0;
-    do {
-        pOut[i] = static_cast<char>(tolower(static_cast<unsigned char>(text[i])));
-    } while (text[i++] != '\0');
-    return 0;
+    return mapLetters(pOut, text, tolower);
 }
 
 char *COM_GetStrInDoubleQuotes(const char *text, const char *key, char *pOut, int size)
