@@ -17,7 +17,7 @@ constexpr const char *kKeptEntry = "lost+found";
 int mkdirLeavingExisting(const char *path, mode_t mode)
 {
     if (mkdir(path, mode) != 0 && errno != EEXIST) {
-        COM_LOG_ERRNO("COM_Mkdir", "mkdir(%s) error : %s\n", path);
+        COM_LOG_FAILED_CALL("COM_Mkdir", "mkdir(%s) error : %s\n", path);
         return -1;
     }
     return 0;
@@ -48,7 +48,7 @@ int COM_Mkdir(const char *path, mode_t mode)
         }
         if (i + 1 >= sizeof prefix) {
             errno = ENAMETOOLONG;
-            COM_LOG_ERRNO(__func__, "mkdir(%s) error : %s\n", path);
+            COM_LOG_FAILED_CALL(__func__, "mkdir(%s) error : %s\n", path);
             return -1;
         }
         memcpy(prefix, path, i + 1);
@@ -67,9 +67,9 @@ int _COM_RemoveFileInDir_(int recursive, const char *dirPath, int removeSelf)
                 strerror(EINVAL));
         return 0;
     }
-    com::UniqueDir dir(opendir(dirPath));
+    fdio::UniqueDir dir(opendir(dirPath));
     if (!dir) {
-        COM_LOG_ERRNO(__func__, "opendir(%s) error : %s\n", dirPath);
+        COM_LOG_FAILED_CALL(__func__, "opendir(%s) error : %s\n", dirPath);
         return 0;
     }
 
@@ -84,18 +84,18 @@ int _COM_RemoveFileInDir_(int recursive, const char *dirPath, int removeSelf)
         struct stat st {};
         if (length < 0 || static_cast<size_t>(length) >= sizeof path) {
             errno = ENAMETOOLONG; // the cut path must not be touched
-            COM_LOG_ERRNO(__func__, "stat(%s) error : %s\n", path);
+            COM_LOG_FAILED_CALL(__func__, "stat(%s) error : %s\n", path);
             failed = true;
             continue;
         }
         if (stat(path, &st) != 0) {
-            COM_LOG_ERRNO(__func__, "stat(%s) error : %s\n", path);
+            COM_LOG_FAILED_CALL(__func__, "stat(%s) error : %s\n", path);
             failed = true;
             continue;
         }
         if (!S_ISDIR(st.st_mode)) {
             if (unlink(path) != 0) {
-                COM_LOG_ERRNO(__func__, "unlink(%s) error : %s\n", path);
+                COM_LOG_FAILED_CALL(__func__, "unlink(%s) error : %s\n", path);
                 failed = true;
             } else {
                 ++count;
@@ -115,7 +115,7 @@ int _COM_RemoveFileInDir_(int recursive, const char *dirPath, int removeSelf)
         if (rmdir(dirPath) == 0) {
             ++count;
         } else {
-            COM_LOG_ERRNO(__func__, "rmdir(%s) error : %s\n", dirPath);
+            COM_LOG_FAILED_CALL(__func__, "rmdir(%s) error : %s\n", dirPath);
         }
     }
     return failed ? -1 : count;

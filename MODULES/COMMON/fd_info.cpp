@@ -45,11 +45,11 @@ int COM_GetFdInfo(int fd, char *pOut, int verbose)
     int result = 0;
     struct stat st {};
     if (readlink(procPath, text, sizeof text - 1) < 0) {
-        COM_LOG_ERRNO(__func__, "readlink(%s) fail : %s\n", procPath);
+        COM_LOG_FAILED_CALL(__func__, "readlink(%s) fail : %s\n", procPath);
         result = -1;
     } else if (stat(text, &st) != 0) {
         // Pipes and sockets land here too: their text is no path.
-        COM_LOG_ERRNO(__func__, "stat(%s) fail : %s\n", text);
+        COM_LOG_FAILED_CALL(__func__, "stat(%s) fail : %s\n", text);
         result = -1;
     } else if (verbose != 0) {
         COM_LOG(nullptr, "[%s] => [%s]\n", procPath, text);

@@ -3,7 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace com {
+namespace fdio {
 
 ssize_t readSome(int fd, void *buf, size_t size)
 {
@@ -45,4 +45,4 @@ bool isSameFile(int fd, const char *path)
     return same;
 }
 
-} // namespace com
+} // namespace fdio

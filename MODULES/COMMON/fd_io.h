@@ -14,14 +14,14 @@
 
 // Logs a failed call's message, whose last conversion is the text of errno,
 // and leaves errno as the call left it for the caller to look at.
-#define COM_LOG_ERRNO(func, fmt, ...)                                                     \
+#define COM_LOG_FAILED_CALL(func, fmt, ...)                                                     \
     do {                                                                                  \
         const int savedErrno_ = errno;                                                    \
         COM_LOG((func), fmt, __VA_ARGS__ __VA_OPT__(, ) strerror(savedErrno_));           \
         errno = savedErrno_;                                                              \
     } while (0)
 
-namespace com {
+namespace fdio {
 
 // Mode of every file the library creates.
 constexpr mode_t kNewFileMode = 0664;
@@ -55,6 +55,6 @@ ssize_t writeAll(int fd, const void *buf, size_t size);
 // True when path names the file open on fd (same device and inode).
 bool isSameFile(int fd, const char *path);
 
-} // namespace com
+} // namespace fdio
 
 #endif

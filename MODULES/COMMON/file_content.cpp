@@ -19,10 +19,10 @@ constexpr const char *kIdFileName = "ID";
 // 0 once a block was read, otherwise -1.
 int appendFirstLines(const char *path, char *buf, int len)
 {
-    com::UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
+    fdio::UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
     if (!fd.valid()) {
         if (errno != ENOENT) {
-            COM_LOG_ERRNO("COM_GetFileContent", "open(%s) error : %s\n", path);
+            COM_LOG_FAILED_CALL("COM_GetFileContent", "open(%s) error : %s\n", path);
         }
         return -1;
     }
@@ -35,12 +35,12 @@ int appendFirstLines(const char *path, char *buf, int len)
     char block[kContentBlockSize + 1];
     // The first block is always read; reading stops once the buffer is full.
     for (bool full = false; !full;) {
-        const ssize_t n = com::readSome(fd.get(), block, kContentBlockSize);
+        const ssize_t n = fdio::readSome(fd.get(), block, kContentBlockSize);
         if (n == 0) {
             break;
         }
         if (n < 0) {
-            COM_LOG_ERRNO("COM_GetFileContent", "read(%s) error : %s\n", path);
+            COM_LOG_FAILED_CALL("COM_GetFileContent", "read(%s) error : %s\n", path);
             break;
         }
         block[n] = '\0';
@@ -61,15 +61,15 @@ int writeText(const char *func, const char *path, const char *text, int flags)
                 static_cast<const void *>(text));
         return -1;
     }
-    com::UniqueFd fd(open(path, flags | O_CLOEXEC, com::kNewFileMode));
+    fdio::UniqueFd fd(open(path, flags | O_CLOEXEC, fdio::kNewFileMode));
     if (!fd.valid()) {
-        COM_LOG_ERRNO(func, "open(%s) error : %s\n", path);
+        COM_LOG_FAILED_CALL(func, "open(%s) error : %s\n", path);
         return -1;
     }
     const size_t length = strlen(text);
-    const ssize_t n = com::writeAll(fd.get(), text, length);
+    const ssize_t n = fdio::writeAll(fd.get(), text, length);
     if (n != static_cast<ssize_t>(length)) {
-        COM_LOG_ERRNO(func, "write(%s) error : %s\n", path);
+        COM_LOG_FAILED_CALL(func, "write(%s) error : %s\n", path);
     }
     return n > 0 ? 0 : -1;
 }
@@ -81,12 +81,12 @@ int COM_ReadDataFromFile(const char *path, void *pBuf, int len)
         errno = EINVAL;
         return -1;
     }
-    com::UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
+    fdio::UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
     if (!fd.valid()) {
-        COM_LOG_ERRNO(nullptr, "open(%s) fail : %s\n", path);
+        COM_LOG_FAILED_CALL(nullptr, "open(%s) fail : %s\n", path);
         return -1;
     }
-    const ssize_t n = com::readSome(fd.get(), pBuf, static_cast<size_t>(len));
+    const ssize_t n = fdio::readSome(fd.get(), pBuf, static_cast<size_t>(len));
     if (n == len) {
         return 0;
     }
@@ -94,7 +94,7 @@ int COM_ReadDataFromFile(const char *path, void *pBuf, int len)
         return 1;
     }
     if (n < 0) {
-        COM_LOG_ERRNO(nullptr, "read(%s) fail : %s\n", path);
+        COM_LOG_FAILED_CALL(nullptr, "read(%s) fail : %s\n", path);
     }
     return static_cast<int>(n);
 }
@@ -105,16 +105,16 @@ int COM_SaveDataIntoFile(const char *path, const void *pData, int len)
         errno = EINVAL;
         return -1;
     }
-    com::UniqueFd fd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, com::kNewFileMode));
+    fdio::UniqueFd fd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, fdio::kNewFileMode));
     if (!fd.valid()) {
-        COM_LOG_ERRNO(__func__, "open(%s) fail : %s\n", path);
+        COM_LOG_FAILED_CALL(__func__, "open(%s) fail : %s\n", path);
         return -1;
     }
-    const ssize_t n = com::writeAll(fd.get(), pData, static_cast<size_t>(len));
+    const ssize_t n = fdio::writeAll(fd.get(), pData, static_cast<size_t>(len));
     if (n == len) {
         return 0;
     }
-    COM_LOG_ERRNO(__func__, "write(%s) size failed - %d/%d - %s\n", path, static_cast<int>(n), len);
+    COM_LOG_FAILED_CALL(__func__, "write(%s) size failed - %d/%d - %s\n", path, static_cast<int>(n), len);
     return n > 0 ? 1 : static_cast<int>(n);
 }
 
@@ -156,12 +156,12 @@ int COM_SaveID(const char *dirPath, const char *id)
     const int length = snprintf(path, sizeof path, "%s/%s", dirPath, kIdFileName);
     if (length < 0 || static_cast<size_t>(length) >= sizeof path) {
         errno = ENAMETOOLONG; // the cut path would name another file
-        COM_LOG_ERRNO(__func__, "fopen(%s) error : %s\n", path);
+        COM_LOG_FAILED_CALL(__func__, "fopen(%s) error : %s\n", path);
         return -1;
     }
     FILE *file = fopen(path, "w");
     if (file == nullptr) {
-        COM_LOG_ERRNO(__func__, "fopen(%s) error : %s\n", path);
+        COM_LOG_FAILED_CALL(__func__, "fopen(%s) error : %s\n", path);
         return -1;
     }
     const int written = fprintf(file, "%s", id);

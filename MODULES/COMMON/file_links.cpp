@@ -23,7 +23,7 @@ bool makeTargetDir(const char *targetPath)
     char copy[kTargetDirSize];
     if (strlen(targetPath) >= sizeof copy) {
         errno = ENAMETOOLONG;
-        COM_LOG_ERRNO("COM_RelocateAndLink", "dirname(%s) error : %s\n", targetPath);
+        COM_LOG_FAILED_CALL("COM_RelocateAndLink", "dirname(%s) error : %s\n", targetPath);
         return false;
     }
     strcpy(copy, targetPath);
@@ -40,7 +40,7 @@ int COM_RemoveRealFile(const char *path)
     }
     struct stat st {};
     if (stat(path, &st) != 0) {
-        COM_LOG_ERRNO(__func__, "stat(%s) error : %s\n", path);
+        COM_LOG_FAILED_CALL(__func__, "stat(%s) error : %s\n", path);
         return -1;
     }
     char linkText[kLinkTextSize] = {};
@@ -49,17 +49,17 @@ int COM_RemoveRealFile(const char *path)
     if (n == static_cast<ssize_t>(sizeof linkText)) {
         // The text was cut: unlinking the cut name could hit another file.
         errno = ENAMETOOLONG;
-        COM_LOG_ERRNO(__func__, "realpath(%s) failed : %s\n", path);
+        COM_LOG_FAILED_CALL(__func__, "realpath(%s) failed : %s\n", path);
         return -1;
     }
     if (n < 0) {
         if (errno != EINVAL) {
-            COM_LOG_ERRNO(__func__, "realpath(%s) failed : %s\n", path);
+            COM_LOG_FAILED_CALL(__func__, "realpath(%s) failed : %s\n", path);
         }
         victim = path;
     }
     if (unlink(victim) != 0) {
-        COM_LOG_ERRNO(__func__, "unlink(%s) failed : %s\n", victim);
+        COM_LOG_FAILED_CALL(__func__, "unlink(%s) failed : %s\n", victim);
         return -1;
     }
     return 0;
@@ -76,7 +76,7 @@ int COM_CreateSymbolLink(int force, const char *targetPath, const char *linkPath
         unlink(linkPath); // nothing there is as good as removed
     }
     if (symlink(targetPath, linkPath) != 0) {
-        COM_LOG_ERRNO(__func__, "symlink(%s, %s) fail : %s\n", targetPath, linkPath);
+        COM_LOG_FAILED_CALL(__func__, "symlink(%s, %s) fail : %s\n", targetPath, linkPath);
         return -1;
     }
     return 0;
@@ -91,7 +91,7 @@ int COM_RelocateAndLink(const char *targetPath, const char *linkPath)
     struct stat atLink {};
     if (stat(linkPath, &atLink) != 0) {
         if (errno != ENOENT) {
-            COM_LOG_ERRNO(__func__, "stat(%s) error : %s\n", linkPath);
+            COM_LOG_FAILED_CALL(__func__, "stat(%s) error : %s\n", linkPath);
             return -1;
         }
         return makeTargetDir(targetPath) ? COM_CreateSymbolLink(1, targetPath, linkPath) : -1;
@@ -102,7 +102,7 @@ int COM_RelocateAndLink(const char *targetPath, const char *linkPath)
         return COM_CreateSymbolLink(1, targetPath, linkPath); // the target wins
     }
     if (errno != ENOENT) {
-        COM_LOG_ERRNO(__func__, "stat(%s) error : %s\n", targetPath);
+        COM_LOG_FAILED_CALL(__func__, "stat(%s) error : %s\n", targetPath);
         return -1;
     }
     // The file moves to the target first; it is replaced by the link only
@@ -125,11 +125,11 @@ int COM_MakeNode(const char *path, unsigned int mode, dev_t dev)
         return 0;
     }
     if (errno != ENOENT) {
-        COM_LOG_ERRNO(nullptr, "stat(%s) fail : %s\n", path);
+        COM_LOG_FAILED_CALL(nullptr, "stat(%s) fail : %s\n", path);
         return -1;
     }
     if (mknod(path, static_cast<mode_t>(mode), dev) != 0) {
-        COM_LOG_ERRNO(nullptr, "mknod(%s) fail : %s\n", path);
+        COM_LOG_FAILED_CALL(nullptr, "mknod(%s) fail : %s\n", path);
         return -1;
     }
     return 0;

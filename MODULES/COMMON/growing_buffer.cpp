@@ -37,12 +37,12 @@ void *COM_ReallocAndCopyBuf(int newSize, void *ppBuf, int offset, const void *sr
 {
     if (!fits(newSize, ppBuf, offset, src, srcLen)) {
         errno = EINVAL;
-        COM_LOG_ERRNO(__func__, "REALLOC(%d) failed : %s\n", newSize);
+        COM_LOG_FAILED_CALL(__func__, "REALLOC(%d) failed : %s\n", newSize);
         return nullptr;
     }
     auto *block = static_cast<char *>(realloc(loadPointer(ppBuf), static_cast<size_t>(newSize)));
     if (block == nullptr) {
-        COM_LOG_ERRNO(__func__, "REALLOC(%d) failed : %s\n", newSize);
+        COM_LOG_FAILED_CALL(__func__, "REALLOC(%d) failed : %s\n", newSize);
         return nullptr;
     }
     if (newSize > offset) {
@@ -63,7 +63,7 @@ int COM_ReadHexDataInStrFormat(int fd, char **ppBuf)
     int total = 0;
     char block[kHexBlockSize];
     for (;;) {
-        const ssize_t n = com::readSome(fd, block, sizeof block);
+        const ssize_t n = fdio::readSome(fd, block, sizeof block);
         if (n <= 0) {
             break;
         }

@@ -62,7 +62,7 @@ char *extract(const char *func, const char *text, const char *key, char *out, in
     }
     const auto length = static_cast<size_t>(value.end - value.begin);
     const int reported = static_cast<int>(length) + (kind == Kind::Quoted ? 0 : 1);
-    com::copyValue(func, value.begin, length, reported, out, size);
+    textvalue::copyValue(func, value.begin, length, reported, out, size);
     if (kind == Kind::Quoted && length == 0) {
         return nullptr;
     }
@@ -91,7 +91,7 @@ int convert(char *digits, size_t &count)
 }
 } // namespace
 
-namespace com {
+namespace textvalue {
 void copyValue(const char *func, const char *value, size_t length, int reportedLength, char *out,
                int size)
 {
@@ -105,7 +105,7 @@ void copyValue(const char *func, const char *value, size_t length, int reportedL
     memcpy(out, value, length);
     out[length] = '\0';
 }
-} // namespace com
+} // namespace textvalue
 
 char *COM_StrCaseStr(const char *text, const char *key)
 {

@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-namespace com {
+namespace textvalue {
 
 // Copies length characters of value, terminated, to out (size bytes in all).
 // A value of size characters or more is cut to size - 1 after the report
@@ -12,6 +12,6 @@ namespace com {
 void copyValue(const char *func, const char *value, size_t length, int reportedLength, char *out,
                int size);
 
-} // namespace com
+} // namespace textvalue
 
 #endif
