@@ -67,6 +67,65 @@ struct tm *COM_GmTime(struct tm *out, time_t seconds);
 
 /* ===================================================== files and directories */
 
+/* Makes a path with all its parents (prefix buffer of 256 bytes); what is
+ * there stays. */
+int COM_Mkdir(const char *path, mode_t mode);
+
+/* Clears a directory: every entry but ".", ".." and "lost+found" that is no
+ * directory is unlinked; directories are cleared and removed too when
+ * recursive is exactly 1. With removeSelf set the directory itself is removed
+ * last. Returns the count of removed entries, or -1 when an entry failed
+ * (entries that could go are gone). A refused or unreadable directory gives 0. */
+int _COM_RemoveFileInDir_(int recursive, const char *dirPath, int removeSelf);
+int COM_RemoveDirAndFile(int recursive, const char *dirPath);
+int COM_RemoveFileInDir(int recursive, const char *dirPath);
+
+/* Removes the file a path stands for: a link's target, or the path itself. */
+int COM_RemoveRealFile(const char *path);
+/* Makes linkPath point to targetPath, replacing what is at linkPath when the
+ * target exists or force is non-zero. */
+int COM_CreateSymbolLink(int force, const char *targetPath, const char *linkPath);
+/* Turns linkPath into a link to targetPath, carrying a regular file at
+ * linkPath over to the target when the target does not exist yet. */
+int COM_RelocateAndLink(const char *targetPath, const char *linkPath);
+
+/* Names what a descriptor stands for (the text of /proc/<pid>/fd/<fd>). */
+#define COM_FD_INFO_SIZE 128
+int COM_GetFdInfo(int fd, char *pOut, int verbose);
+
+/* Moves a file by copying it (works across file systems), then unlinks the
+ * source. The source stays whenever the copy is not complete. */
+int COM_RenameFile(const char *srcPath, const char *dstPath);
+/* Copies a regular file; destination first. */
+int COM_CopyFile(const char *dstPath, const char *srcPath);
+
+/* One read of len bytes: 0 when all were read, 1 for some, otherwise what
+ * read() returned; -1 when the file can't be opened. */
+int COM_ReadDataFromFile(const char *path, void *pBuf, int len);
+/* Creates or truncates the file and writes len bytes: 0 when all were
+ * written, 1 for some, otherwise what write() returned; -1 when the file
+ * can't be opened. */
+int COM_SaveDataIntoFile(const char *path, const void *pData, int len);
+
+/* Appends the first line of a one-line file to the string in pBuf (len bytes
+ * in all). On failure the buffer holds "unknown", cut to fit. */
+int COM_GetFileContent(const char *pFileName, char *pBuf, int len);
+/* Replace / append the text of a file; 0 only if at least one byte went. */
+int COM_SetFileContent(const char *pFileName, const char *pBuf);
+int COM_AppendFileContent(const char *pFileName, const char *pBuf);
+/* Appends one file to another; returns the bytes appended, or -1 (also for
+ * an empty source). */
+int COM_File2FileAppend(const char *dstPath, const char *srcPath);
+
+/* Creates a device node unless something is at the path already. */
+int COM_MakeNode(const char *path, unsigned int mode, dev_t dev);
+/* Writes the identity text to the file "ID" in a directory. */
+int COM_SaveID(const char *dirPath, const char *id);
+/* Complements every byte of the buffer. */
+int COM_InvertBytes(void *pBuf, int len);
+/* The value of the environment variable "PWD", or null. */
+char *COM_GetPwd(void);
+
 /* ===================================================== item replacement */
 
 #define COM_ITEM_KEY_SIZE 160
@@ -138,6 +197,56 @@ int COM_WatchDog(COM_WATCH_LIST *list);
 /* ===================================================== threads */
 
 /* ===================================================== text and markup */
+
+/* Case-insensitive substring search; null if absent or an argument is null. */
+char *COM_StrCaseStr(const char *text, const char *key);
+int COM_StrToUpper(char *pOut, const char *text);
+int COM_StrToLower(char *pOut, const char *text);
+
+/* Extractors: find key (ignoring case) and copy the value behind it to pOut
+ * (size bytes, terminator included; longer values are cut and reported).
+ * They return the place behind the key, or null; see each for empty values. */
+char *COM_GetStrInDoubleQuotes(const char *text, const char *key, char *pOut, int size);
+char *COM_GetStrInSingleQuotes(const char *text, const char *key, char *pOut, int size);
+char *COM_GetStrBeforeNewLine(const char *text, const char *key, char *pOut, int size);
+char *COM_GetStrBeforeSpace(const char *text, const char *key, char *pOut, int size);
+
+/* Stores the first two decimal numbers of the first length characters;
+ * returns how many were stored. */
+int COM_GetTwoNumbers(const char *text, int length, int *pFirst, int *pSecond);
+
+/* The content of <tag>...</tag>: returns its start in the text, or null. */
+char *COM_GetXMLData(const char *xml, const char *tag, char *pOut, int size);
+/* The text between "<tag" and the next ">": returns the place behind ">". */
+char *COM_GetXMLAttribute(const char *xml, const char *tag, char *pOut, int size);
+
+#define COM_XML_NAME_SIZE 80
+#define COM_XML_TEXT_SIZE 256
+#define COM_XML_TYPE_INT 0   /* "INT": a number with a list of choices */
+#define COM_XML_TYPE_TEXT 1  /* "VIRTKB" or "TEXT" */
+#define COM_XML_TYPE_OTHER 2 /* any other type word */
+typedef struct COM_XML_ITEM {
+    char name[COM_XML_NAME_SIZE]; /* in: the name to look for (by prefix) */
+    int type;
+    int min;
+    int max;
+    int value;
+    char text[COM_XML_TEXT_SIZE]; /* the text value, or the choices joined by "," */
+} COM_XML_ITEM;
+
+/* Reads the DATA element whose Name begins with pItem->name; 0, or -1. */
+int COM_ParserXmlData(const char *xml, COM_XML_ITEM *pItem);
+
+/* Reads fd to its end and stores only its hexadecimal digits, unterminated,
+ * in the growing buffer *ppBuf; returns their count, or -1 for fd < 0. */
+int COM_ReadHexDataInStrFormat(int fd, char **ppBuf);
+
+/* Resizes a growing buffer: ppBuf is the address of the owner's pointer (of
+ * any object pointer type, null or a heap block). The block is reallocated
+ * to newSize, cleared from offset to its end, and srcLen bytes of src are
+ * copied to offset. Returns the new address, or null with the owner's block
+ * unchanged. */
+void *COM_ReallocAndCopyBuf(int newSize, void *ppBuf, int offset, const void *src, int srcLen);
 
 /* ===================================================== terminals and serial */
 
