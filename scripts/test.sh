@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds both targets and runs every test: the host
-# under AddressSanitizer and UBSan, the board under qemu-ppc-static.
+# under AddressSanitizer and UBSan, the board under qemu-ppc-static, and the
+# thread tests under ThreadSanitizer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -12,4 +13,9 @@ for preset in host board; do
   cmake --build --preset "$preset"
   ctest --preset "$preset" || status=1
 done
+# The thread tests once more under ThreadSanitizer.
+echo "== tsan"
+cmake --preset tsan >/dev/null
+cmake --build --preset tsan
+ctest --preset tsan || status=1
 exit $status

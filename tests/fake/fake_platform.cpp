@@ -90,44 +90,9 @@ void reset()
     std::lock_guard lock(state().mutex);
     state().devices.clear();
     state().roots.clear();
-    state().clockOn = false;
-    state().clockNs = 0;
-    state().sleptNs = 0;
+    clock::disable();
 }
 
-namespace clock {
-void enable(int64_t startSeconds)
-{
-    std::lock_guard lock(state().mutex);
-    state().clockOn = true;
-    state().clockNs = startSeconds * 1'000'000'000;
-    state().sleptNs = 0;
-}
-
-void disable()
-{
-    std::lock_guard lock(state().mutex);
-    state().clockOn = false;
-}
-
-bool enabled()
-{
-    std::lock_guard lock(state().mutex);
-    return state().clockOn;
-}
-
-int64_t nowNs()
-{
-    std::lock_guard lock(state().mutex);
-    return state().clockNs;
-}
-
-int64_t sleptNs()
-{
-    std::lock_guard lock(state().mutex);
-    return state().sleptNs;
-}
-} // namespace clock
 
 int openDescriptorCount()
 {

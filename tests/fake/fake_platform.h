@@ -50,14 +50,29 @@ void redirect(const std::string &prefix, const std::string &dir);
 std::string resolve(const char *path);
 
 // The fake clock: while on, sleeps return at once and advance it, and the
-// time calls read it. Off, everything goes to the real system.
+// time calls read it. Off, everything goes to the real system. In manual
+// mode a sleep blocks instead until the test advances the clock past its end,
+// so a test can step a sleeping thread through its passes. A fake sleep
+// stays a cancellation point.
 namespace clock {
-void enable(int64_t startSeconds = 1'000'000'000);
+void enable(int64_t startSeconds = 1'000'000'000, bool manual = false);
 void disable();
 bool enabled();
 int64_t nowNs();
 // Total time the process has slept on the fake clock.
 int64_t sleptNs();
+// Manual mode: moves the clock on and wakes the sleeps that have ended.
+void advance(int64_t ns);
+// Manual mode: blocks until n sleeps have begun since the clock was enabled,
+// so that a sleeping thread is known to have finished what came before.
+void waitForSleeps(int n);
+
+// For the wrapped calls: a sleep or a reading of the clock; false when the
+// clock is off and the real call must serve.
+bool sleepFor(int64_t ns);
+bool now(int64_t &ns);
+// For the wrapped pthread_cancel: wakes manual sleeps to act on it.
+void cancelRequested();
 } // namespace clock
 
 // Forgets devices, redirections and the clock: the state of a new process.

@@ -16,9 +16,6 @@ struct State {
     std::map<std::string, std::shared_ptr<Device>> devices;
     std::map<int, std::shared_ptr<Device>> openFds;
     std::map<std::string, std::string> roots;
-    bool clockOn = false;
-    int64_t clockNs = 0;
-    int64_t sleptNs = 0;
 };
 
 State &state();

@@ -53,28 +53,6 @@ void forget(int fd)
     state().openFds.erase(fd);
 }
 
-// Advances the fake clock by a sleep; false when the clock is off.
-bool fakeSleep(int64_t ns)
-{
-    {
-        std::lock_guard lock(state().mutex);
-        if (!state().clockOn) {
-            return false;
-        }
-        state().clockNs += ns;
-        state().sleptNs += ns;
-    }
-    pthread_testcancel(); // a sleep stays a cancellation point
-    return true;
-}
-
-bool fakeNow(int64_t &ns)
-{
-    std::lock_guard lock(state().mutex);
-    ns = state().clockNs;
-    return state().clockOn;
-}
-
 mode_t modeArg(int flags, va_list ap)
 {
     return (flags & (O_CREAT | O_TMPFILE)) != 0 ? static_cast<mode_t>(va_arg(ap, int)) : 0;
@@ -211,7 +189,7 @@ int WRAP(SYM_IOCTL)(int fd, unsigned long code, ...)
 
 int WRAP(SYM_NANOSLEEP)(const struct timespec *req, struct timespec *rem)
 {
-    if (req != nullptr && fakeSleep(req->tv_sec * kNsPerSecond + req->tv_nsec)) {
+    if (req != nullptr && fake::clock::sleepFor(req->tv_sec * kNsPerSecond + req->tv_nsec)) {
         return 0;
     }
     return REAL(SYM_NANOSLEEP)(req, rem);
@@ -219,18 +197,18 @@ int WRAP(SYM_NANOSLEEP)(const struct timespec *req, struct timespec *rem)
 
 int __wrap_usleep(useconds_t us)
 {
-    return fakeSleep(static_cast<int64_t>(us) * 1000) ? 0 : __real_usleep(us);
+    return fake::clock::sleepFor(static_cast<int64_t>(us) * 1000) ? 0 : __real_usleep(us);
 }
 
 unsigned __wrap_sleep(unsigned seconds)
 {
-    return fakeSleep(static_cast<int64_t>(seconds) * kNsPerSecond) ? 0 : __real_sleep(seconds);
+    return fake::clock::sleepFor(static_cast<int64_t>(seconds) * kNsPerSecond) ? 0 : __real_sleep(seconds);
 }
 
 time_t WRAP(SYM_TIME)(time_t *out)
 {
     int64_t ns;
-    if (!fakeNow(ns)) {
+    if (!fake::clock::now(ns)) {
         return REAL(SYM_TIME)(out);
     }
     const auto now = static_cast<time_t>(ns / kNsPerSecond);
@@ -243,7 +221,7 @@ time_t WRAP(SYM_TIME)(time_t *out)
 int WRAP(SYM_GETTIMEOFDAY)(struct timeval *tv, void *tz)
 {
     int64_t ns;
-    if (!fakeNow(ns) || tv == nullptr) {
+    if (!fake::clock::now(ns) || tv == nullptr) {
         return REAL(SYM_GETTIMEOFDAY)(tv, tz);
     }
     tv->tv_sec = static_cast<time_t>(ns / kNsPerSecond);
@@ -254,11 +232,20 @@ int WRAP(SYM_GETTIMEOFDAY)(struct timeval *tv, void *tz)
 int WRAP(SYM_CLOCK_GETTIME)(clockid_t id, struct timespec *ts)
 {
     int64_t ns;
-    if (!fakeNow(ns) || ts == nullptr) {
+    if (!fake::clock::now(ns) || ts == nullptr) {
         return REAL(SYM_CLOCK_GETTIME)(id, ts);
     }
     ts->tv_sec = static_cast<time_t>(ns / kNsPerSecond);
     ts->tv_nsec = static_cast<long>(ns % kNsPerSecond);
     return 0;
+}
+
+// Wakes the manual fake clock's sleepers so that they act on the request.
+int __real_pthread_cancel(pthread_t thread);
+int __wrap_pthread_cancel(pthread_t thread)
+{
+    const int rc = __real_pthread_cancel(thread);
+    fake::clock::cancelRequested();
+    return rc;
 }
 } // extern "C"

@@ -6,3 +6,4 @@ set(DVR_WRAP_BOARD __stat64_time64 __lstat64_time64 __ioctl_time64
     __nanosleep64 __time64 __gettimeofday64 __clock_gettime64)
 list(APPEND DVR_WRAP_COMMON mkstemp64 unlink truncate64)
 list(APPEND DVR_WRAP_COMMON rmdir symlink mknod)
+list(APPEND DVR_WRAP_COMMON pthread_cancel)

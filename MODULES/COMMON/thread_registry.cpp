@@ -1,0 +1,194 @@
+#include "COMMON.h"
+#include "com_log.h"
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <pthread.h>
+#include <unistd.h>
+
+// Callers of other programs share the record by size.
+static_assert(sizeof(COM_THREAD_RECORD) == 88);
+static_assert(offsetof(COM_THREAD_RECORD, state) == 4);
+static_assert(offsetof(COM_THREAD_RECORD, memUsage) == 8);
+static_assert(offsetof(COM_THREAD_RECORD, name) == 12);
+
+extern "C" {
+COM_THREAD_RECORD *gThreadTable = nullptr;
+pthread_mutex_t gThreadLock = PTHREAD_MUTEX_INITIALIZER;
+pthread_t gThreadWatchdog;
+struct timespec gThreadPeriod;
+}
+
+namespace {
+constexpr const char *kPidDir = "/var/run";
+constexpr mode_t kPidDirMode = 0775;
+constexpr int kPathSize = 256;
+constexpr int kStatLineSize = 256;
+constexpr const char *kWatchdogName = "COM_ThreadWatchdog";
+
+COM_THREAD_WATCHDOG gWatchdogArg;
+
+void unlockTable(void *)
+{
+    pthread_mutex_unlock(&gThreadLock);
+}
+
+int countRecords()
+{
+    int count = 0;
+    while (gThreadTable != nullptr && gThreadTable[count].pid != 0) {
+        ++count;
+    }
+    return count;
+}
+
+// The pid file is informative: a failure is logged and registration goes on.
+void writePidFile(const COM_THREAD_RECORD &record)
+{
+    COM_Mkdir(kPidDir, kPidDirMode);
+    char path[kPathSize];
+    snprintf(path, sizeof path, "%s/%s.thread.pid", kPidDir, record.name);
+    FILE *f = fopen(path, "w");
+    if (f == nullptr) {
+        COM_LOG("COM_LogThread", "fopen(%s) error : %s\n", path, strerror(errno));
+        return;
+    }
+    if (fprintf(f, "%d", record.pid) < 0) {
+        COM_LOG("COM_LogThread", "[%s] fprintf() error : %s\n", record.name, strerror(errno));
+    }
+    fclose(f);
+}
+} // namespace
+
+int COM_LogThread(const char *name)
+{
+    COM_THREAD_RECORD pair[2];
+    memset(pair, 0, sizeof pair);
+    pair[0].pid = getpid();
+    snprintf(pair[0].name, sizeof pair[0].name, "%s", name != nullptr ? name : "");
+    writePidFile(pair[0]);
+
+    int result = -1;
+    pthread_mutex_lock(&gThreadLock);
+    pthread_cleanup_push(unlockTable, nullptr);
+    const int count = countRecords();
+    // The new record takes the end mark's place, and a new end mark follows.
+    void *block = gThreadTable;
+    if (COM_ReallocAndCopyBuf(static_cast<int>((count + 2) * sizeof(COM_THREAD_RECORD)), &block,
+                              static_cast<int>(count * sizeof(COM_THREAD_RECORD)), pair,
+                              static_cast<int>(sizeof pair)) != nullptr) {
+        gThreadTable = static_cast<COM_THREAD_RECORD *>(block);
+        result = count + 1;
+    }
+    pthread_cleanup_pop(1);
+    return result;
+}
+
+int COM_LogThreadMemUsage(int amount)
+{
+    int result = -1;
+    pthread_mutex_lock(&gThreadLock);
+    pthread_cleanup_push(unlockTable, nullptr);
+    if (gThreadTable != nullptr) {
+        result = 0;
+        const int self = getpid();
+        for (int i = 0; gThreadTable[i].pid != 0; ++i) {
+            COM_THREAD_RECORD &r = gThreadTable[i];
+            if (r.pid == self) {
+                r.memUsage = static_cast<int32_t>(static_cast<uint32_t>(r.memUsage) + static_cast<uint32_t>(amount));
+                COM_LOG("COM_LogThreadMemUsage", "[%d] : %d - [%ld] - %s\n", i, r.pid,
+                        static_cast<long>(r.memUsage), r.name);
+                break;
+            }
+        }
+    }
+    pthread_cleanup_pop(1);
+    return result;
+}
+
+void COM_ShowThread(void)
+{
+    pthread_mutex_lock(&gThreadLock);
+    pthread_cleanup_push(unlockTable, nullptr);
+    for (int i = 0; gThreadTable != nullptr && gThreadTable[i].pid != 0; ++i) {
+        const COM_THREAD_RECORD &r = gThreadTable[i];
+        COM_LOG("COM_ShowThread", "[%d] : %d - [%s] - [%s] - [%ld]\n", i, r.pid, r.name, r.state,
+                static_cast<long>(r.memUsage));
+    }
+    pthread_cleanup_pop(1);
+}
+
+int COM_CheckThreadState(COM_THREAD_RECORD *pRecord)
+{
+    char path[kPathSize];
+    snprintf(path, sizeof path, "/proc/%d/stat", pRecord->pid);
+    FILE *f = fopen(path, "r");
+    if (f == nullptr) {
+        return -1; // gone
+    }
+    int result = -1;
+    char line[kStatLineSize] = {};
+    if (fgets(line, sizeof line, f) != nullptr) {
+        // "pid (name) S ...": with a name free of delimiters the third token
+        // is the state letter.
+        char *save = nullptr;
+        const char *delims = "/ \r\n";
+        const char *pid = strtok_r(line, delims, &save);
+        const char *name = pid != nullptr ? strtok_r(nullptr, delims, &save) : nullptr;
+        const char *state = name != nullptr ? strtok_r(nullptr, delims, &save) : nullptr;
+        if (state != nullptr) {
+            result = (state[0] == 'Z' || state[0] == 'T') ? -1 : 0;
+            snprintf(pRecord->state, sizeof pRecord->state, "%.3s", state);
+        }
+    }
+    fclose(f);
+    return result;
+}
+
+void *COM_ThreadWatchdog(void *arg)
+{
+    auto *self = static_cast<COM_THREAD_WATCHDOG *>(arg);
+    COM_LogThread(kWatchdogName);
+    for (;;) {
+        pthread_mutex_lock(&gThreadLock);
+        pthread_cleanup_push(unlockTable, nullptr);
+        for (int i = 0; gThreadTable != nullptr && gThreadTable[i].pid != 0; ++i) {
+            if (COM_CheckThreadState(&gThreadTable[i]) != 0) {
+                COM_LOG(kWatchdogName, "Warnning!! [pid = %d] [%s] process error\n", gThreadTable[i].pid,
+                        gThreadTable[i].name);
+            }
+        }
+        pthread_cleanup_pop(1);
+        pthread_testcancel();
+        nanosleep(&self->period, nullptr);
+    }
+    return nullptr;
+}
+
+int COM_CreateThreadWatchdog(int periodSeconds)
+{
+    pthread_mutex_init(&gThreadLock, nullptr);
+    gThreadPeriod = {periodSeconds, 0};
+    gWatchdogArg.period = gThreadPeriod;
+    const int rc = pthread_create(&gWatchdogArg.thread, nullptr, COM_ThreadWatchdog, &gWatchdogArg);
+    if (rc != 0) {
+        COM_LOG("COM_CreateThreadWatchdog", "pthread_create() error = %d\n", rc);
+        return rc;
+    }
+    gThreadWatchdog = gWatchdogArg.thread;
+    return 0;
+}
+
+int COM_DestroyThreadWatchdog(void)
+{
+    const int rc = pthread_cancel(gThreadWatchdog);
+    if (rc != 0) {
+        COM_LOG("COM_DestroyThreadWatchdog", "pthread_cancel() error [%d]\n", rc);
+        return rc;
+    }
+    pthread_join(gThreadWatchdog, nullptr);
+    pthread_mutex_destroy(&gThreadLock);
+    return 0;
+}
