@@ -73,31 +73,21 @@ std::vector<std::string> parse(int (*parser)(const uint8_t *, int, DnsRecord *),
             if (r.valid != 0xEE || r.addr != 0xEEEEEEEE) {
                 out.push_back("written past the array");
             }
-            continue;
-        }
-        char text[64] = "?";
-        if (r.valid == 0 && r.type == 0 && r.addr == 0 && r.preference == 0) {
-            snprintf(text, sizeof text, "-");
-        } else if (r.valid == 1 && r.type == DNS_TYPE_A && r.preference == 0 && r.offset == 0) {
-            inet_ntop(AF_INET, &r.addr, text, sizeof text);
-        } else if (r.valid == 1 && r.type == DNS_TYPE_MX) {
-            char addr[INET_ADDRSTRLEN];
-            snprintf(text, sizeof text, "%d@%s", r.preference, inet_ntop(AF_INET, &r.addr, addr, sizeof addr));
-        }
-        if (r.valid != 0xEE) {
-            out.push_back(text);
+        } else if (r.valid != 0xEE) {
+            out.push_back(describe(r));
         }
     }
     return out;
 }
 
-std::string addresses(int count, int answers)
+std::string www(int count, int answers)
 {
-    std::string r = reply("www.dvr.test", 1, answers, 0, 0);
-    for (int i = 1; i <= count; ++i) {
-        r += record(12, 1, ip4(("10.0.0." + std::to_string(i)).c_str()));
-    }
-    return r;
+    return addresses("www.dvr.test", count, answers);
+}
+
+std::string mx(std::vector<int> preferences, bool glue = true, int authority = 0)
+{
+    return mailHosts("dvr.test", std::move(preferences), glue, authority);
 }
 
 const std::string kCname = reply("www.dvr.test", 1, 2, 0, 0) + record(12, 5, labels("web.dvr.test")) +
@@ -115,35 +105,19 @@ TEST_P(DnsParserA, TakesAddressesByPosition)
 INSTANTIATE_TEST_SUITE_P(
     DnsReplies, DnsParserA,
     testing::Values(
-        ParseCase{"two", addresses(2, 2), 0, {"10.0.0.1", "10.0.0.2"}},
+        ParseCase{"two", www(2, 2), 0, {"10.0.0.1", "10.0.0.2"}},
         ParseCase{"cname first", kCname, 0, {"10.0.0.9", "-"}},
-        ParseCase{"twelve", addresses(12, 12), 0,
+        ParseCase{"twelve", www(12, 12), 0,
                   {"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.4", "10.0.0.5", "10.0.0.6", "10.0.0.7",
                    "10.0.0.8", "10.0.0.9", "10.0.0.10"}},
-        ParseCase{"count above the records", addresses(1, 3), 0, {"10.0.0.1", "-", "-"}},
-        ParseCase{"no answers", addresses(0, 0), -1, {}},
-        ParseCase{"cut in an address", addresses(2, 2).substr(0, 60), 0, {"10.0.0.1", "10.0.0.0"}},
-        ParseCase{"cut before the data", addresses(1, 1).substr(0, 40), -1, {}},
-        ParseCase{"header only", addresses(1, 1).substr(0, 8), -1, {}},
+        ParseCase{"count above the records", www(1, 3), 0, {"10.0.0.1", "-", "-"}},
+        ParseCase{"no answers", www(0, 0), -1, {}},
+        ParseCase{"cut in an address", www(2, 2).substr(0, 60), 0, {"10.0.0.1", "10.0.0.0"}},
+        ParseCase{"cut before the data", www(1, 1).substr(0, 40), -1, {}},
+        ParseCase{"header only", www(1, 1).substr(0, 8), -1, {}},
         ParseCase{"shorter than the counts", std::string("\xA9\xFA\x81\x80\0\1\0", 7), -1, {}},
         ParseCase{"cname only", kCname.substr(0, 56), -1, {}},
-        ParseCase{"zero address", addresses(0, 2) + record(12, 1, std::string(4, '\0')), 0, {"-", "-"}}));
-
-// Mail hosts of these preferences, each with its address in the additional
-// section unless glue is false; authority records counted but not sent.
-std::string mailHosts(std::vector<int> preferences, bool glue = true, int authority = 0)
-{
-    const int n = static_cast<int>(preferences.size());
-    MxReply r{reply("dvr.test", 15, n, authority, glue ? n : 0)};
-    std::vector<int> names;
-    for (int i = 0; i < n; ++i) {
-        names.push_back(r.host(preferences[i], std::string(1, static_cast<char>('a' + i))));
-    }
-    for (int i = 0; glue && i < n; ++i) {
-        r.glue(names[i], ("10.0.1." + std::to_string(preferences[i])).c_str());
-    }
-    return r.bytes;
-}
+        ParseCase{"zero address", www(0, 2) + record(12, 1, std::string(4, '\0')), 0, {"-", "-"}}));
 
 class DnsParserMX : public testing::TestWithParam<ParseCase> {};
 TEST_P(DnsParserMX, SortsHostsByPreference)
@@ -159,12 +133,12 @@ TEST_P(DnsParserMX, SortsHostsByPreference)
 INSTANTIATE_TEST_SUITE_P(
     DnsReplies, DnsParserMX,
     testing::Values(
-        ParseCase{"three", mailHosts({20, 10, 30}), 0, {"10@10.0.1.10", "20@10.0.1.20", "30@10.0.1.30"}},
-        ParseCase{"twelve", mailHosts({120, 110, 100, 90, 80, 70, 60, 50, 40, 30, 20, 10}), 0,
+        ParseCase{"three", mx({20, 10, 30}), 0, {"10@10.0.1.10", "20@10.0.1.20", "30@10.0.1.30"}},
+        ParseCase{"twelve", mx({120, 110, 100, 90, 80, 70, 60, 50, 40, 30, 20, 10}), 0,
                   {"10@10.0.1.10", "20@10.0.1.20", "30@10.0.1.30", "40@10.0.1.40", "50@10.0.1.50",
                    "60@10.0.1.60", "70@10.0.1.70", "80@10.0.1.80", "90@10.0.1.90", "100@10.0.1.100"}},
-        ParseCase{"authority as large", mailHosts({20, 10}, true, 2), 0, {"20@10.0.1.20"}},
-        ParseCase{"no additional", mailHosts({10}, false), -1, {}},
+        ParseCase{"authority as large", mx({20, 10}, true, 2), 0, {"20@10.0.1.20"}},
+        ParseCase{"no additional", mx({10}, false), -1, {}},
         ParseCase{"too short", reply("d.t", 15, 1, 0, 2).substr(0, 32), -1, {}},
         ParseCase{"pointer to offset 0", reply("d.t", 15, 1, 0, 1) + record(0, 1, ip4("10.0.0.1")), 0,
                   {"0@10.0.0.1"}}));
@@ -185,7 +159,7 @@ TEST(DnsParsers, MxOffsetIsTheMailHostsName)
 TEST(DnsParsers, HostileRepliesStayInBounds)
 {
     std::mt19937 random(7);
-    const std::string seeds[] = {addresses(3, 3), kCname, mailHosts({5, 7, 9}), mailHosts({1}, true, 1)};
+    const std::string seeds[] = {www(3, 3), kCname, mx({5, 7, 9}), mx({1}, true, 1)};
     fake::StdoutCapture quiet;
     for (int i = 0; i < 20000; ++i) {
         std::string reply = seeds[i % 4];

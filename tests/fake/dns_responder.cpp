@@ -54,6 +54,45 @@ void MxReply::glue(int nameOffset, const char *dotted)
     bytes += record(nameOffset, 1, ip4(dotted));
 }
 
+std::string addresses(const std::string &name, int count, int answers)
+{
+    std::string r = reply(name, 1, answers, 0, 0);
+    for (int i = 1; i <= count; ++i) {
+        r += record(12, 1, ip4(("10.0.0." + std::to_string(i)).c_str()));
+    }
+    return r;
+}
+
+std::string mailHosts(const std::string &domain, std::vector<int> preferences, bool glue, int authority)
+{
+    const int n = static_cast<int>(preferences.size());
+    MxReply r{reply(domain, 15, n, authority, glue ? n : 0)};
+    std::vector<int> names;
+    for (int i = 0; i < n; ++i) {
+        names.push_back(r.host(preferences[i], std::string(1, static_cast<char>('a' + i))));
+    }
+    for (int i = 0; glue && i < n; ++i) {
+        r.glue(names[i], ("10.0.1." + std::to_string(preferences[i])).c_str());
+    }
+    return r.bytes;
+}
+
+std::string describe(const DnsRecord &r)
+{
+    char addr[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &r.addr, addr, sizeof addr);
+    if (r.valid == 0 && r.type == 0 && r.addr == 0 && r.preference == 0 && r.offset == 0) {
+        return "-";
+    }
+    if (r.valid == 1 && r.type == DNS_TYPE_A && r.preference == 0 && r.offset == 0) {
+        return addr;
+    }
+    if (r.valid == 1 && r.type == DNS_TYPE_MX) {
+        return std::to_string(r.preference) + "@" + addr;
+    }
+    return "?";
+}
+
 Responder::Responder(const char *ip, uint16_t port, std::vector<std::string> replies)
     : replies_(std::move(replies))
 {

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "DNS.h"
+
 namespace fake::dns {
 
 // Message pieces, laid out as a name server sends them.
@@ -29,6 +31,18 @@ struct MxReply {
     int host(int preference, const std::string &label);
     void glue(int nameOffset, const char *dotted);
 };
+
+// An A reply with count addresses 10.0.0.1, 10.0.0.2 ... and this answer count.
+std::string addresses(const std::string &name, int count, int answers);
+// An MX reply with a mail host of each preference, each with its address
+// 10.0.1.<preference> in the additional section unless glue is false; the
+// authority count is set but no such record sent.
+std::string mailHosts(const std::string &domain, std::vector<int> preferences, bool glue = true,
+                      int authority = 0);
+
+// "-" for an empty entry, "10.0.0.1" for an A entry, "20@10.0.1.20" for a
+// mail host of preference 20, "?" for anything else.
+std::string describe(const DnsRecord &r);
 
 // Serves the datagrams sent to it on its own thread: the n-th query gets the
 // n-th of the replies (the last one again when they run out), an empty reply
