@@ -106,6 +106,7 @@ struct FrontCase {
 // Everything that ends before a packet leaves.
 TEST_F(DnsLookup, FrontEndChecks)
 {
+    const std::string tooLong = "x." + std::string(DNS_MAX_NAME_LENGTH - 1, 'y');
     const FrontCase cases[] = {
         {"localhost", false, "", -1, {}, "DNS_GetA: invalid pDomainName [localhost]\n"},
         {"localhost", true, "", -1, {}, "DNS_GetMX: invalid pDomainName\n"},
@@ -113,6 +114,7 @@ TEST_F(DnsLookup, FrontEndChecks)
         {"10.1.2.3", false, nullptr, 0, {"10.1.2.3"}, ""},
         {"first.last@10.1.2.3", true, nullptr, 0, {"10.1.2.3"}, ""},
         {"first.last@", false, "", -1, {}, "DNS_GetA: invalid pDomainName [first.last@]\n"},
+        {tooLong.c_str(), true, "", -1, {}, "DNS_GetMX: invalid pDomainName\n"},
         {"www.dvr.test", false, nullptr, -1, {},
          "DNS_GetNameServer: fopen(/etc/resolv.conf) error : No such file or directory\n"
          "DNS_GetA: no nameserver found\n"},
@@ -287,7 +289,8 @@ TEST_F(DnsPeer, RealServer)
         {"missing.dvr.test", false, "", -1, {}, "DNS_GetAviaNameServer: A record not found!\n"},
         {"postmaster@dvr.test", true, "", 0, {"10@10.1.2.26", "20@10.1.2.25"}, ""},
         {"www.dvr.test", true, "", 0, {"10.1.2.3"}, "DNS_GetMXviaNameServer: MX record not found! Try A record.\n"},
-        {"missing.dvr.test.", true, "", -1, {},
+        {"www.dvr.test.", false, "", 0, {"10.1.2.3"}, ""},
+        {"missing.dvr.test", true, "", -1, {},
          "DNS_GetMXviaNameServer: MX record not found! Try A record.\n"
          "DNS_GetMXviaNameServer: A record not found!\n"},
     };
