@@ -36,10 +36,43 @@ int waitFor(int fd, Wait what, timeval *tv)
                                   : select(fd + 1, nullptr, &set, nullptr, tv);
 }
 
-ssize_t sendQuery(int fd, const uint8_t *query, int length, const sockaddr_in *to)
+// The packet of one exchange, built once and sent in every try; length is
+// -1 when the name can't be asked for.
+struct Query {
+    uint8_t bytes[DNS_PACKET_SIZE] = {};
+    int length;
+    Query(const char *pDomainName, uint8_t qtype) : length(DNS_BuildQuery(pDomainName, bytes, qtype)) {}
+};
+
+// The sending half of a try: zeroes the reply buffer, starts the time value,
+// waits until the socket takes the query and sends it, reporting a failure
+// in the words of the A or the MX exchange. Returns -1 when the query went
+// out, -2 when it didn't; tv keeps what the wait left of it.
+int sendTry(const char *func, uint8_t qtype, int fd, const Query &query, const sockaddr_in *to,
+            uint8_t *reply, timeval *tv)
 {
-    return sendto(fd, query, static_cast<size_t>(length), 0, reinterpret_cast<const sockaddr *>(to),
-                  sizeof *to);
+    memset(reply, 0, DNS_PACKET_SIZE);
+    *tv = {kWaitSeconds, 0};
+    if (waitFor(fd, Wait::Writable, tv) < 1) {
+        if (qtype == DNS_TYPE_A) {
+            COM_LOG(func, "select(writeset:%d) timeout! : %s\n", fd, strerror(errno));
+        } else {
+            COM_LOG(func, "select(&writeset) timeout!\n");
+        }
+        return -2;
+    }
+    const ssize_t sent = sendto(fd, query.bytes, static_cast<size_t>(query.length), 0,
+                                reinterpret_cast<const sockaddr *>(to), sizeof *to);
+    if (sent != query.length) {
+        if (qtype == DNS_TYPE_A) {
+            COM_LOG(func, "sendto() error : %d/%d - %s\n", static_cast<int>(sent), query.length,
+                    strerror(errno));
+        } else {
+            COM_LOG(func, "sendto() error : %s\n", strerror(errno));
+        }
+        return -2;
+    }
+    return -1;
 }
 
 // Reads one datagram into the zeroed reply buffer, leaving its last byte
@@ -105,28 +138,18 @@ int DNS_GetMXviaNameServer(const char *pServer, const char *pDomainName, DnsReco
 int DNS_SendAQuery(int fd, const struct sockaddr_in *pServerAddr, const char *pDomainName,
                    DnsRecord *pRecords)
 {
-    uint8_t query[DNS_PACKET_SIZE] = {};
-    const int length = DNS_BuildQuery(pDomainName, query, DNS_TYPE_A);
-    if (length < 0 || pServerAddr == nullptr || pRecords == nullptr) {
+    const Query query(pDomainName, DNS_TYPE_A);
+    if (query.length < 0 || pServerAddr == nullptr || pRecords == nullptr) {
         return -1;
     }
     uint8_t reply[DNS_PACKET_SIZE];
     int result = -1;
     for (int t = 0; t < kTries; ++t) {
-        result = -1;
-        memset(reply, 0, sizeof reply);
         // One time value for both waits: the wait for the reply gets what the
         // wait for the socket left of it.
-        timeval tv = {kWaitSeconds, 0};
-        if (waitFor(fd, Wait::Writable, &tv) < 1) {
-            COM_LOG(__func__, "select(writeset:%d) timeout! : %s\n", fd, strerror(errno));
-            result = -2;
-        } else if (const ssize_t sent = sendQuery(fd, query, length, pServerAddr); sent != length) {
-            COM_LOG(__func__, "sendto() error : %d/%d - %s\n", static_cast<int>(sent), length,
-                    strerror(errno));
-            result = -2;
-        }
-        if (result != -1) {
+        timeval tv;
+        result = sendTry(__func__, DNS_TYPE_A, fd, query, pServerAddr, reply, &tv);
+        if (result == -2) {
             continue;
         }
         const int ready = waitFor(fd, Wait::Readable, &tv);
@@ -150,28 +173,19 @@ int DNS_SendAQuery(int fd, const struct sockaddr_in *pServerAddr, const char *pD
 int DNS_SendMXQuery(int fd, const struct sockaddr_in *pServerAddr, const char *pDomainName,
                     DnsRecord *pRecords)
 {
-    uint8_t query[DNS_PACKET_SIZE] = {};
-    const int length = DNS_BuildQuery(pDomainName, query, DNS_TYPE_MX);
-    if (length < 0 || pServerAddr == nullptr || pRecords == nullptr) {
+    const Query query(pDomainName, DNS_TYPE_MX);
+    if (query.length < 0 || pServerAddr == nullptr || pRecords == nullptr) {
         return -1;
     }
     uint8_t reply[DNS_PACKET_SIZE];
     int result = -1;
     for (int t = 0; t < kTries; ++t) {
-        result = -1;
-        memset(reply, 0, sizeof reply);
-        timeval tv = {kWaitSeconds, 0};
-        if (waitFor(fd, Wait::Writable, &tv) <= 0) {
-            COM_LOG(__func__, "select(&writeset) timeout!\n");
-            result = -2;
-        } else if (sendQuery(fd, query, length, pServerAddr) != length) {
-            COM_LOG(__func__, "sendto() error : %s\n", strerror(errno));
-            result = -2;
-        }
-        if (result != -1) {
+        timeval tv;
+        result = sendTry(__func__, DNS_TYPE_MX, fd, query, pServerAddr, reply, &tv);
+        if (result == -2) {
             continue;
         }
-        tv = {kWaitSeconds, 0};
+        tv = {kWaitSeconds, 0}; // a full wait for the reply
         if (waitFor(fd, Wait::Readable, &tv) <= 0) {
             COM_LOG(__func__, "select(&readset) timeout!\n");
             continue;
