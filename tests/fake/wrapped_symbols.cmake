@@ -7,3 +7,5 @@ set(DVR_WRAP_BOARD __stat64_time64 __lstat64_time64 __ioctl_time64
 list(APPEND DVR_WRAP_COMMON mkstemp64 unlink truncate64)
 list(APPEND DVR_WRAP_COMMON rmdir symlink mknod)
 list(APPEND DVR_WRAP_COMMON pthread_cancel)
+list(APPEND DVR_WRAP_HOST select)
+list(APPEND DVR_WRAP_BOARD __select64)
