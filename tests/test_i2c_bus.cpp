@@ -161,41 +161,16 @@ TEST_F(I2CBus, WriteRetriesShareOneBudgetPerCall)
     // The 17th failure of a call ends it; chunks don't get fresh budgets.
     const Case cases[] = {{16, 0, 0}, {17, 0, -1}, {10, 6, 0}, {10, 7, -1}, {0, 16, 0}};
     for (const Case &c : cases) {
-        board->clearRequests();
+        board = std::make_shared<Board>();
+        board->addChip(0x50, 1, 1, 0x1000);
+        fake::addDevice(ZL740_DRIVER_PATH, board);
+        COM_SafeClose(&gI2CDriverFd);
+        gI2CDriverFd = open(ZL740_DRIVER_PATH, O_RDWR);
+        board->failNext(Board::kWrite, c.firstChunkFailures, EIO);
+        board->failNext(Board::kWrite, c.secondChunkFailures, EIO, 1);
         std::vector<uint8_t> data(2048, 0x5A);
-        // Fail the first chunk's attempts, then arm the second chunk's from
-        // inside the driver once the first has gone through.
-        struct Arming : fake::Device {
-            std::shared_ptr<Board> inner;
-            int first, second;
-            int ok = 0;
-            int ioctl(unsigned long code, void *arg) override
-            {
-                if (first > 0) {
-                    --first;
-                    errno = EIO;
-                    return -1;
-                }
-                if (ok == 1 && second > 0) {
-                    --second;
-                    errno = EIO;
-                    return -1;
-                }
-                ++ok;
-                return inner->ioctl(code, arg);
-            }
-        };
-        auto arming = std::make_shared<Arming>();
-        arming->inner = board;
-        arming->first = c.firstChunkFailures;
-        arming->second = c.secondChunkFailures;
-        fake::addDevice("/dev/arming", arming);
-        int fd = open("/dev/arming", O_RDWR);
-        std::swap(fd, gI2CDriverFd);
         const std::string log = fake::captureStdout(
             [&] { EXPECT_EQ(DVR_SendI2CBlock(0x50, 0, 2048, data.data()), c.result); });
-        std::swap(fd, gI2CDriverFd);
-        COM_SafeClose(&fd);
         EXPECT_EQ(log.empty(), c.result == 0) << log;
     }
 }
@@ -258,29 +233,10 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(I2CBus, FailedPageStopsTheWriteAndKeepsEarlierPages)
 {
     std::vector<uint8_t> data(96, 0xAB);
-    // The first page goes through; the second fails seventeen times.
-    struct FailSecondPage : fake::Device {
-        std::shared_ptr<Board> inner;
-        int pages = 0;
-        int ioctl(unsigned long code, void *arg) override
-        {
-            if (code == ZL740_IOCTL_I2C_WRITE_PAGE && ++pages > 1) {
-                errno = EIO;
-                return -1;
-            }
-            return inner->ioctl(code, arg);
-        }
-    };
-    auto dev = std::make_shared<FailSecondPage>();
-    dev->inner = board;
-    fake::addDevice("/dev/pages", dev);
-    int fd = open("/dev/pages", O_RDWR);
-    std::swap(fd, gI2CDriverFd);
+    board->failNext(Board::kWritePage, 17, EIO, 1); // the first page goes through
     const std::string log =
         fake::captureStdout([&] { EXPECT_EQ(DVR_SendI2CBlock(0xA0, 0, 96, data.data()), -1); });
-    std::swap(fd, gI2CDriverFd);
-    COM_SafeClose(&fd);
-    EXPECT_EQ(dev->pages, 1 + 17);
+    EXPECT_EQ(board->requests().size(), 1u + 17u);
     EXPECT_EQ(board->memory(0xA0)[0], 0xAB);
     EXPECT_EQ(board->memory(0xA0)[0x20], 0x00);
     EXPECT_NE(log.find("] ZL740_IOCTL_I2C_WRITE(0xA0, 0x20, 0x"), std::string::npos) << log;

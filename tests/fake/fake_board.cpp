@@ -37,18 +37,27 @@ void Board::addChip(uint8_t id, uint32_t regWidth, uint32_t bytesPerReg, uint32_
     chips_[id] = Chip{regWidth, bytesPerReg, std::vector<uint8_t>(regCount * bytesPerReg)};
 }
 
-void Board::failNext(Kind kind, int count, int err)
+void Board::failNext(Kind kind, int count, int err, int after)
 {
-    faults_[kind] = {count, err};
+    faults_[kind].push_back({count, err, after});
 }
 
 bool Board::injected(Kind kind)
 {
-    if (faults_[kind].count <= 0) {
+    auto &queue = faults_[kind];
+    while (!queue.empty() && queue.front().after == 0 && queue.front().count <= 0) {
+        queue.pop_front();
+    }
+    if (queue.empty()) {
         return false;
     }
-    --faults_[kind].count;
-    errno = faults_[kind].err;
+    Fault &f = queue.front();
+    if (f.after > 0) {
+        --f.after;
+        return false;
+    }
+    --f.count;
+    errno = f.err;
     return true;
 }
 

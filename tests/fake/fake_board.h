@@ -3,6 +3,7 @@
 #define DVR_FAKE_BOARD_H
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <string>
 #include <vector>
@@ -30,8 +31,10 @@ public:
     void addChip(uint8_t id, uint32_t regWidth, uint32_t bytesPerReg, uint32_t regCount);
     std::vector<uint8_t> &memory(uint8_t id) { return chips_.at(id).memory; }
 
-    // The next count requests of a kind fail with err (EIO, EFAULT, ...).
-    void failNext(Kind kind, int count, int err);
+    // Queues a fault of a kind: after `after` more requests of that kind have
+    // gone through, the next count fail with err (EIO, EFAULT, ...). Faults
+    // queued for one kind follow each other.
+    void failNext(Kind kind, int count, int err, int after = 0);
 
     int ioctl(unsigned long code, void *arg) override;
 
@@ -43,13 +46,14 @@ private:
     struct Fault {
         int count = 0;
         int err = 0;
+        int after = 0;
     };
     bool injected(Kind kind);
     int transfer(void *arg, bool write);
     int writePage(void *arg);
 
     std::map<uint8_t, Chip> chips_;
-    Fault faults_[kKinds];
+    std::deque<Fault> faults_[kKinds];
 };
 
 } // namespace fake
