@@ -34,12 +34,13 @@ private:
     int fd_;
 };
 
-// Feeds the file to feed(bytes, count) until a read gives less than 1 byte:
-// a read error ends the digest early. False, reported, if it can't be opened.
-template <typename Feed>
-bool readFileBlocks(const char *func, const char *path, Feed feed)
+// Feeds the file to the digest until a read gives less than 1 byte (a read
+// error ends it early) and stores the digest. False, reported in func's name,
+// if the file can't be opened.
+template <typename Context>
+bool digestFile(const char *func, const char *path, Context &ctx, uint8_t *digest)
 {
-    if (path == nullptr) {
+    if (path == nullptr || digest == nullptr) {
         return false;
     }
     const Descriptor fd(open(path, O_RDONLY | O_CLOEXEC));
@@ -50,8 +51,9 @@ bool readFileBlocks(const char *func, const char *path, Feed feed)
     uint8_t block[kFileBlockSize];
     ssize_t got;
     while ((got = read(fd.get(), block, sizeof block)) > 0) {
-        feed(block, static_cast<size_t>(got));
+        ctx.update(block, static_cast<size_t>(got));
     }
+    ctx.final(digest);
     return true;
 }
 
@@ -101,29 +103,21 @@ void setField(char (&field)[kSideFieldSize], std::string_view text)
 
 void COM_MakeFileMD5(char *out, const char *path)
 {
-    dvr::Md5Context ctx;
-    dvr::md5Init(ctx);
-    if (out == nullptr ||
-        !readFileBlocks(__func__, path, [&](const uint8_t *p, size_t n) { dvr::md5Update(ctx, p, n); })) {
-        return;
-    }
+    dvr::Md5Context ctx = dvr::md5Start();
     uint8_t digest[dvr::kMd5Size];
-    dvr::md5Final(ctx, digest);
-    dvr::hexText(out, digest, sizeof digest);
+    if (out != nullptr && digestFile(__func__, path, ctx, digest)) {
+        dvr::hexText(out, digest, sizeof digest);
+    }
 }
 
 void COM_MakeFileSHA1(uint8_t *out, const char *path)
 {
-    dvr::Sha1Context ctx;
-    dvr::sha1Init(ctx);
-    if (out == nullptr ||
-        !readFileBlocks(__func__, path, [&](const uint8_t *p, size_t n) { dvr::sha1Update(ctx, p, n); })) {
-        return;
+    dvr::Sha1Context ctx = dvr::sha1Start();
+    if (digestFile(__func__, path, ctx, out)) {
+        char text[2 * dvr::kSha1Size + 1] = "";
+        dvr::hexText(text, out, dvr::kSha1Size);
+        COM_LOG(nullptr, "Digest = [%s]\n", text);
     }
-    dvr::sha1Final(ctx, out);
-    char text[2 * dvr::kSha1Size + 1] = "";
-    dvr::hexText(text, out, dvr::kSha1Size);
-    COM_LOG(nullptr, "Digest = [%s]\n", text);
 }
 
 int COM_CheckFileMD5(const char *path, const char *suffix)

@@ -85,23 +85,9 @@ void md5Blocks(uint32_t *state, const uint8_t *p, size_t blocks)
 constexpr char kHexLower[] = "0123456789abcdef";
 } // namespace
 
-void dvr::md5Init(Md5Context &ctx)
+dvr::Md5Context dvr::md5Start()
 {
-    memcpy(ctx.state, kInitialState, sizeof ctx.state);
-    ctx.length = 0;
-}
-
-void dvr::md5Update(Md5Context &ctx, const void *data, size_t len)
-{
-    feedBlocks(ctx, data, len, md5Blocks);
-}
-
-void dvr::md5Final(Md5Context &ctx, uint8_t digest[kMd5Size])
-{
-    padBlocks(ctx, false, md5Blocks);
-    for (size_t i = 0; i < kMd5Size; ++i) {
-        digest[i] = static_cast<uint8_t>(ctx.state[i / 4] >> (8 * (i % 4)));
-    }
+    return Md5Context(kInitialState, md5Blocks, false);
 }
 
 void dvr::hexText(char *out, const uint8_t *bytes, size_t count)
@@ -117,11 +103,10 @@ void COM_MakeBufMD5(char *out, const void *data, size_t len)
     if (out == nullptr) {
         return;
     }
-    dvr::Md5Context ctx;
-    dvr::md5Init(ctx);
-    dvr::md5Update(ctx, data, len);
+    dvr::Md5Context ctx = dvr::md5Start();
+    ctx.update(data, len);
     uint8_t digest[dvr::kMd5Size];
-    dvr::md5Final(ctx, digest);
+    ctx.final(digest);
     dvr::hexText(out, digest, sizeof digest);
 }
 

@@ -144,23 +144,9 @@ void sha1Blocks(uint32_t *state, const uint8_t *p, size_t blocks)
 }
 } // namespace
 
-void dvr::sha1Init(Sha1Context &ctx)
+dvr::Sha1Context dvr::sha1Start()
 {
-    memcpy(ctx.state, kInitialState, sizeof ctx.state);
-    ctx.length = 0;
-}
-
-void dvr::sha1Update(Sha1Context &ctx, const void *data, size_t len)
-{
-    feedBlocks(ctx, data, len, sha1Blocks);
-}
-
-void dvr::sha1Final(Sha1Context &ctx, uint8_t digest[kSha1Size])
-{
-    padBlocks(ctx, true, sha1Blocks);
-    for (size_t i = 0; i < kSha1Size; ++i) {
-        digest[i] = static_cast<uint8_t>(ctx.state[i / 4] >> (8 * (3 - i % 4)));
-    }
+    return Sha1Context(kInitialState, sha1Blocks, true);
 }
 
 void COM_MakeBufSHA1(uint8_t *out, const void *data, size_t len)
@@ -168,10 +154,9 @@ void COM_MakeBufSHA1(uint8_t *out, const void *data, size_t len)
     if (out == nullptr) {
         return;
     }
-    dvr::Sha1Context ctx;
-    dvr::sha1Init(ctx);
-    dvr::sha1Update(ctx, data, len);
-    dvr::sha1Final(ctx, out);
+    dvr::Sha1Context ctx = dvr::sha1Start();
+    ctx.update(data, len);
+    ctx.final(out);
 }
 
 void COM_MakeStrSHA1(uint8_t *out, const char *text)
