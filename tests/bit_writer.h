@@ -1,57 +1,49 @@
-// Writes the bit fields of stream headers for the parser tests: fixed-width
-// fields most significant bit first, and Exp-Golomb codes.
+// Test helpers for the stream parsers: a writer of header bit fields (fixed
+// widths most significant bit first, Exp-Golomb codes), and exact-size copies.
 #ifndef DVR_TEST_BIT_WRITER_H
 #define DVR_TEST_BIT_WRITER_H
 
+#include <algorithm>
+#include <bit>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
-class BitWriter {
-public:
-    BitWriter &put(uint32_t value, int n)
+// A heap copy of exactly the bytes given, so that ASan sees any read past them.
+inline std::unique_ptr<uint8_t[]> exactCopy(const std::vector<uint8_t> &bytes)
+{
+    auto copy = std::make_unique<uint8_t[]>(bytes.size());
+    std::copy(bytes.begin(), bytes.end(), copy.get());
+    return copy;
+}
+
+struct BitWriter {
+    BitWriter &put(uint32_t v, int n)
     {
-        for (int i = n - 1; i >= 0; --i) {
-            if (bits_ % 8 == 0) {
-                bytes_.push_back(0);
-            }
-            bytes_.back() |= static_cast<uint8_t>(((value >> i) & 1) << (7 - bits_ % 8));
-            ++bits_;
+        for (int i = n - 1; i >= 0; --i, ++bits) {
+            out.resize(bits / 8 + 1);
+            out.back() |= static_cast<uint8_t>(((v >> i) & 1) << (7 - bits % 8));
         }
         return *this;
     }
-    BitWriter &ue(uint32_t value)
+    BitWriter &ue(uint32_t v) { return put(0, std::bit_width(v + 1) - 1).put(v + 1, std::bit_width(v + 1)); }
+    BitWriter &se(int32_t v) { return ue(v > 0 ? 2 * v - 1 : -2 * v); }
+    // The bytes, with a 3 put in behind two zero bytes followed by a byte of
+    // 0 to 3 as an H.264 encoder does, then 8 zero bytes.
+    std::vector<uint8_t> bytes(bool escape = true) const
     {
-        const uint64_t code = uint64_t{value} + 1;
-        int width = 0;
-        while ((code >> width) > 1) {
-            ++width;
-        }
-        put(0, width);
-        put(1, 1);
-        return put(static_cast<uint32_t>(code), width);
-    }
-    BitWriter &se(int32_t value)
-    {
-        return ue(value > 0 ? 2 * static_cast<uint32_t>(value) - 1 : 2 * static_cast<uint32_t>(-value));
-    }
-    // The bytes written, with a 3 put in behind any two zero bytes that a
-    // byte of 0 to 3 follows (as an H.264 encoder does), then zero bytes.
-    std::vector<uint8_t> bytes(bool escape = true, size_t padding = 8) const
-    {
-        std::vector<uint8_t> out;
-        for (uint8_t b : bytes_) {
-            if (escape && out.size() >= 2 && out[out.size() - 1] == 0 && out[out.size() - 2] == 0 && b <= 3) {
-                out.push_back(3);
+        std::vector<uint8_t> r;
+        for (uint8_t b : out) {
+            if (escape && r.size() >= 2 && r.end()[-1] == 0 && r.end()[-2] == 0 && b <= 3) {
+                r.push_back(3);
             }
-            out.push_back(b);
+            r.push_back(b);
         }
-        out.resize(out.size() + padding);
-        return out;
+        r.resize(r.size() + 8);
+        return r;
     }
-
-private:
-    std::vector<uint8_t> bytes_;
-    size_t bits_ = 0;
+    std::vector<uint8_t> out;
+    size_t bits = 0;
 };
 
 #endif
