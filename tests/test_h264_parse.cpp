@@ -31,9 +31,9 @@ std::vector<uint8_t> sps(uint32_t pocType, uint32_t pocValue, uint32_t numRefFra
 
 TEST(H264Sps, SizeProfileAndTheTwoFailures)
 {
-    const std::vector<uint8_t> spec = {0x42, 0x00, 0x1E, 0xDA, 0x02, 0x80, 0xF0, 0, 0, 0, 0};
+    const std::vector<uint8_t> baseline = {0x42, 0x00, 0x1E, 0xDA, 0x02, 0x80, 0xF0, 0, 0, 0, 0};
     const std::pair<std::vector<uint8_t>, std::array<int32_t, 4>> cases[] = { // result, profile, size
-        {spec, {0, 66, 640, 480}},
+        {baseline, {0, 66, 640, 480}},
         {sps(0, 12), {0, 77, 640, 480}},
         {sps(1, 255), {0, 77, 640, 480}},
         {sps(2, 0, 1, 120, 68), {0, 77, 1920, 1088}},
@@ -50,7 +50,7 @@ TEST(H264Sps, SizeProfileAndTheTwoFailures)
                   "(profile_idc, level_idc, result) = (0x4D, 0x1E, " + std::to_string(got[0]) + ")\n");
     }
     int32_t w = 0, h = 0;
-    EXPECT_EQ(COM_ProcH264SPS(spec.data(), &w, &h, 0, nullptr), 0); // the profile may be null
+    EXPECT_EQ(COM_ProcH264SPS(baseline.data(), &w, &h, 0, nullptr), 0); // the profile may be null
 }
 
 // Without a length, the reader stops at the start code behind the unit. A set

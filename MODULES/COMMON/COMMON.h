@@ -125,7 +125,7 @@ int32_t COM_RbspReadSE(COM_RBSP_READER *reader);
 uint8_t COM_ReverseBits8(uint8_t value);
 uint32_t COM_SwapBytes32(uint32_t value);
 
-/* --- JPEG and MPEG-4 Part 2 headers -------------------------------------- */
+/* --- JPEG and MPEG-4 Visual headers -------------------------------------- */
 
 /* data points at the second byte of a start-of-frame marker (FF Cn). A
  * three-component segment stores width and height and returns 0 if both are

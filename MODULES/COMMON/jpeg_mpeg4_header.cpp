@@ -1,7 +1,8 @@
 // Picture size straight from a header: the start-of-frame segment of a JPEG
-// image, and the video object layer header of an MPEG-4 Part 2 stream, which
-// also gives the frame rate. Both read only the fields up to what they need,
-// byte by byte, so they never go past the end of a complete header.
+// image, and the video object layer header of an MPEG-4 Visual (ISO/IEC
+// 14496-2) stream, which also gives the frame rate. Both read only the fields
+// up to what they need, byte by byte, so they never go past the end of a
+// complete header.
 #include "COMMON.h"
 
 #include <bit>

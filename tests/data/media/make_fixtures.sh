@@ -72,7 +72,7 @@ h264 h264_main_720x576_interlaced.264 "testsrc=size=720x576:rate=25" 2 -profile:
   -crf 51 -flags +ildct+ilme -x264-params tff=1
 } >>"$out"
 
-# ------------------------------------------------------------------ MPEG-4 Part 2
+# ------------------------------------------------------------------ MPEG-4 Visual
 # Xvid writes a fixed VOP rate (increment over its time base); ffmpeg's own
 # encoder always writes a variable one. ffprobe gives the size and frame rate,
 # its decoder's debug line the progressive flag (ps) and the increment's width.
