@@ -1,0 +1,167 @@
+// MD5 and SHA-1 digests of files, and the check of a file against a side
+// file in the text form that md5sum writes ("digest  name").
+#include "com_log.h"
+#include "digest_context.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <string_view>
+#include <unistd.h>
+
+namespace {
+// Files are fed to the digest in reads of this size.
+constexpr size_t kFileBlockSize = 256;
+// The side file is read like the system's one-line files: its first line, in
+// reads of kFileBlockSize, into a buffer of this size.
+constexpr size_t kSideContentSize = 256;
+// The whole side file name, and the recorded digest and base name it holds.
+constexpr size_t kSidePathSize = 256;
+constexpr size_t kSideFieldSize = 128;
+constexpr const char *kDefaultSuffix = ".md5";
+constexpr const char *kSideDelimiters = "\r\n\t ";
+
+class Descriptor {
+public:
+    explicit Descriptor(int fd) : fd_(fd) {}
+    ~Descriptor() { COM_SafeClose(&fd_); }
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+    int get() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+// Feeds the file to the digest until a read gives less than 1 byte (a read
+// error ends it early) and stores the digest. False, reported in func's name,
+// if the file can't be opened.
+template <typename Context>
+bool digestFile(const char *func, const char *path, Context &ctx, uint8_t *digest)
+{
+    if (path == nullptr || digest == nullptr) {
+        return false;
+    }
+    const Descriptor fd(open(path, O_RDONLY | O_CLOEXEC));
+    if (fd.get() < 0) {
+        COM_LOG(func, "open(%s) fail : %s\n", path, strerror(errno));
+        return false;
+    }
+    uint8_t block[kFileBlockSize];
+    ssize_t got;
+    while ((got = read(fd.get(), block, sizeof block)) > 0) {
+        ctx.update(block, static_cast<size_t>(got));
+    }
+    ctx.final(digest);
+    return true;
+}
+
+// Reads the side file as the one-line file reader does: from each block of
+// kFileBlockSize bytes, taken as a string, the text before its first line end
+// is appended while room is left. 0 if any block was read, -1 otherwise (a
+// missing file is not reported).
+int readSideFile(const char *func, const char *path, char *buf, size_t size)
+{
+    const Descriptor fd(open(path, O_RDONLY | O_CLOEXEC));
+    if (fd.get() < 0) {
+        if (errno != ENOENT) {
+            COM_LOG(func, "open(%s) error : %s\n", path, strerror(errno));
+        }
+        return -1;
+    }
+    int result = -1;
+    size_t used = 0;
+    size_t room = size;
+    char block[kFileBlockSize + 1];
+    ssize_t got;
+    while (room > 0 && (got = read(fd.get(), block, kFileBlockSize)) > 0) {
+        block[got] = '\0';
+        const size_t line = strcspn(block, "\r\n");
+        const size_t take = line < room - 1 ? line : room - 1;
+        memcpy(buf + used, block, take);
+        used += take;
+        buf[used] = '\0';
+        room -= take;
+        result = 0;
+    }
+    return result;
+}
+
+std::string_view baseName(std::string_view path)
+{
+    const size_t slash = path.rfind('/');
+    return slash == std::string_view::npos ? path : path.substr(slash + 1);
+}
+
+// Copies text into a field of kSideFieldSize bytes, cut to fit.
+void setField(char (&field)[kSideFieldSize], std::string_view text)
+{
+    snprintf(field, sizeof field, "%.*s", static_cast<int>(text.size()), text.data());
+}
+} // namespace
+
+void COM_MakeFileMD5(char *out, const char *path)
+{
+    dvr::Md5Context ctx = dvr::md5Start();
+    uint8_t digest[dvr::kMd5Size];
+    if (out != nullptr && digestFile(__func__, path, ctx, digest)) {
+        dvr::hexText(out, digest, sizeof digest);
+    }
+}
+
+void COM_MakeFileSHA1(uint8_t *out, const char *path)
+{
+    dvr::Sha1Context ctx = dvr::sha1Start();
+    if (digestFile(__func__, path, ctx, out)) {
+        char text[2 * dvr::kSha1Size + 1] = "";
+        dvr::hexText(text, out, dvr::kSha1Size);
+        COM_LOG(nullptr, "Digest = [%s]\n", text);
+    }
+}
+
+int COM_CheckFileMD5(const char *path, const char *suffix)
+{
+    if (path == nullptr) {
+        return -1;
+    }
+    char sidePath[kSidePathSize];
+    snprintf(sidePath, sizeof sidePath, "%s%s", path, suffix != nullptr ? suffix : kDefaultSuffix);
+    char content[kSideContentSize] = "";
+    if (readSideFile(__func__, sidePath, content, sizeof content) != 0) {
+        COM_LOG(nullptr, "Can't read md5 in [%s]\n", sidePath);
+        return -1;
+    }
+
+    // The token before the first one that names the file, whatever its
+    // directory, is the recorded digest.
+    char wanted[kSideFieldSize];
+    setField(wanted, baseName(path));
+    char recorded[kSideFieldSize] = "";
+    bool named = false;
+    const char *previous = "";
+    char *save = nullptr;
+    for (char *tok = strtok_r(content, kSideDelimiters, &save); tok != nullptr;
+         tok = strtok_r(nullptr, kSideDelimiters, &save)) {
+        char name[kSideFieldSize];
+        setField(name, baseName(tok));
+        if (strcmp(name, wanted) == 0) {
+            setField(recorded, previous);
+            named = true;
+            break;
+        }
+        previous = tok;
+    }
+    if (!named) {
+        return -1;
+    }
+
+    char computed[COM_MD5_TEXT_SIZE + 1] = "";
+    COM_MakeFileMD5(computed, path);
+    if (strcmp(computed, recorded) == 0) {
+        COM_LOG(nullptr, "md5sum(%s) passed\n", path);
+        return 0;
+    }
+    printf("%s(%s) failed\n  => [%s] vs [%s]\n", "COM_CheckFileMD5", path, computed, recorded);
+    return -1;
+}
