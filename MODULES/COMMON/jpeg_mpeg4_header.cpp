@@ -27,15 +27,11 @@ constexpr uint32_t kFpsScale = 100;
 // first_half_vbv_occupancy, marker, latter_half_vbv_occupancy, marker.
 constexpr int kVbvFieldBits[] = {15, 1, 15, 1, 15, 1, 3, 11, 1, 15, 1};
 
-// The bits of fixed_vop_time_increment: as many as the values 0 to
-// resolution - 1 need, at least one.
+// The bits of fixed_vop_time_increment: as many as the resolution has
+// significant bits, none for a resolution of 0.
 int timeIncrementBits(uint32_t resolution)
 {
-    if (resolution == 0) {
-        return 0;
-    }
-    const int bits = std::bit_width(resolution - 1);
-    return bits > 0 ? bits : 1;
+    return std::bit_width(resolution);
 }
 } // namespace
 
