@@ -49,12 +49,6 @@ struct MmcRequest {
     bool readTwoStep(int fd, const ReplyLength &length);
 };
 
-// The text a possibly null name prints as in log lines.
-inline const char *printable(const char *text)
-{
-    return text != nullptr ? text : "(null)";
-}
-
 } // namespace dev
 
 #endif
