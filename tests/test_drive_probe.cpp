@@ -10,11 +10,7 @@ namespace {
 
 using fake::Sense;
 namespace media = fake::media;
-
-std::string logOf(const std::function<void()> &fn)
-{
-    return fake::withoutLineNumbers(fake::captureStdout(fn));
-}
+using fake::logOf;
 
 using Bytes = std::vector<uint8_t>;
 

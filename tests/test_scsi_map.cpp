@@ -14,11 +14,7 @@ namespace {
 using fake::addScsiNode;
 using fake::MmcDrive;
 namespace media = fake::media;
-
-std::string logOf(const std::function<void()> &fn)
-{
-    return fake::withoutLineNumbers(fake::captureStdout(fn));
-}
+using fake::logOf;
 
 class ScsiMap : public testing::Test {
 protected:

@@ -252,10 +252,16 @@ void MmcDrive::load(const Medium &medium)
     medium_ = medium;
 }
 
-void MmcDrive::failNext(uint8_t opcode, int count, std::optional<Sense> sense)
+void MmcDrive::failNext(uint8_t opcode, int count, std::optional<Sense> sense, int after)
 {
     std::lock_guard lock(mutex_);
-    faults_.push_back({opcode, count, sense});
+    faults_.push_back({opcode, after, count, sense});
+}
+
+void MmcDrive::answerWith(uint8_t opcode, std::vector<uint8_t> reply)
+{
+    std::lock_guard lock(mutex_);
+    replies_[opcode] = std::move(reply);
 }
 
 std::optional<Sense> MmcDrive::answer(const uint8_t *cdb, std::vector<uint8_t> &r) const
@@ -313,10 +319,16 @@ int MmcDrive::execute(sg_io_hdr_t &hdr)
     auto fault = std::find_if(faults_.begin(), faults_.end(), [&](const Fault &f) {
         return f.opcode == hdr.cmdp[0] && f.count > 0;
     });
+    if (fault != faults_.end() && fault->after > 0) {
+        --fault->after;
+        fault = faults_.end();
+    }
     if (fault != faults_.end()) {
         --fault->count;
         failed = true;
         sense = fault->sense;
+    } else if (auto canned = replies_.find(hdr.cmdp[0]); canned != replies_.end()) {
+        reply = canned->second;
     } else {
         sense = answer(hdr.cmdp, reply);
         failed = sense.has_value();

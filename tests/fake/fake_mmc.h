@@ -4,6 +4,7 @@
 #define DVR_FAKE_MMC_H
 
 #include <cstdint>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <scsi/sg.h>
@@ -99,9 +100,12 @@ public:
     explicit MmcDrive(const Medium &medium = media::kNone) : medium_(medium) {}
 
     void load(const Medium &medium);
-    // The next count commands with this opcode end in CHECK CONDITION with
-    // the sense data, or, without sense, in a host error and no sense data.
-    void failNext(uint8_t opcode, int count, std::optional<Sense> sense);
+    // The next count commands with this opcode, after the first `after` of
+    // them, end in CHECK CONDITION with the sense data, or, without sense,
+    // in a host error and no sense data.
+    void failNext(uint8_t opcode, int count, std::optional<Sense> sense, int after = 0);
+    // From now on commands with this opcode get this reply, whatever the medium.
+    void answerWith(uint8_t opcode, std::vector<uint8_t> reply);
 
     // Carries out SG_IO; 0, or -1 with errno as the kernel would.
     int execute(sg_io_hdr_t &hdr);
@@ -113,6 +117,7 @@ public:
 private:
     struct Fault {
         uint8_t opcode;
+        int after;
         int count;
         std::optional<Sense> sense;
     };
@@ -121,6 +126,7 @@ private:
     mutable std::mutex mutex_;
     Medium medium_;
     std::vector<Fault> faults_;
+    std::map<uint8_t, std::vector<uint8_t>> replies_;
     std::vector<Issue> issued_;
 };
 

@@ -1,4 +1,5 @@
 #include "fake_scsi.h"
+#include "test_support.h"
 
 #include <cerrno>
 #include <cstring>
@@ -73,6 +74,11 @@ std::shared_ptr<ScsiNode> addScsiNode(const std::string &path, ScsiAddress addre
     auto node = std::make_shared<ScsiNode>(address, drive ? std::move(drive) : std::make_shared<MmcDrive>(media::kDisk));
     addDevice(path, node);
     return node;
+}
+
+std::string logOf(const std::function<void()> &fn)
+{
+    return withoutLineNumbers(captureStdout(fn));
 }
 
 OpenDrive::OpenDrive(const Medium &medium, const std::string &path)

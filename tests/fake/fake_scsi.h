@@ -3,6 +3,7 @@
 #ifndef DVR_FAKE_SCSI_H
 #define DVR_FAKE_SCSI_H
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -40,6 +41,9 @@ void hideScsiNodes();
 // A node of the drive; without one, of a hard disk.
 std::shared_ptr<ScsiNode> addScsiNode(const std::string &path, ScsiAddress address,
                                       std::shared_ptr<MmcDrive> drive = nullptr);
+
+// What fn printed, standard output and log, with line numbers written N.
+std::string logOf(const std::function<void()> &fn);
 
 // A drive on a generic node with the other SCSI paths hidden, and the node
 // open as the library opens it, for the life of the object.
