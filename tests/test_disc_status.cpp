@@ -57,11 +57,7 @@ TEST(DiscStatus, DiscInformationByFamily)
         EXPECT_EQ(info.appendable, c.appendable) << c.medium->name;
         EXPECT_EQ(info.last_track, c.lastTrack) << c.medium->name;
         EXPECT_EQ(info.total_session, c.sessions) << c.medium->name;
-        const auto issued = open.drive->issued();
-        ASSERT_EQ(issued.size(), 2u);
-        EXPECT_EQ(issued[0].cdb, (Bytes{0x51, 0, 0, 0, 0, 0, 0, 0, 0x22, 0}));
-        EXPECT_EQ(issued[1].cdb, (Bytes{0x51, 0, 0, 0, 0, 0, 0, 0, 0x22, 0}));
-        EXPECT_EQ(issued[0].hdr.dxfer_len, 34u);
+        EXPECT_EQ(open.drive->issued().at(1).cdb, (Bytes{0x51, 0, 0, 0, 0, 0, 0, 0, 0x22, 0}));
     }
 }
 
@@ -84,8 +80,8 @@ TEST(DiscStatus, DiscInformationFieldsAndLimit)
         EXPECT_EQ(type1 == 3 ? info.last_track : info.total_session, type1 == 3 ? 0x0102 : 0x0304);
         const auto issued = open.drive->issued();
         ASSERT_EQ(issued.size(), 2u);
-        EXPECT_EQ(issued[1].cdb[7], 0x00);
-        EXPECT_EQ(issued[1].cdb[8], 0xFF);
+        EXPECT_EQ(issued[0].hdr.dxfer_len, 34u);
+        EXPECT_EQ(issued[1].cdb, (Bytes{0x51, 0, 0, 0, 0, 0, 0, 0x00, 0xFF, 0}));
         EXPECT_EQ(issued[1].hdr.dxfer_len, 255u);
     }
 }
@@ -230,11 +226,9 @@ TEST(DiscStatus, FormatCapacityRules)
         info.total_capacity = 5;
         const std::string log = logOf([&] { EXPECT_EQ(Dev_ReadFormatCapacity("sr0", open.fd, &info), 1); });
         EXPECT_EQ(info.total_capacity, c.total) << c.what;
-        for (const char *line : {"Reserved descriptor type\n", "Unformatted Media\n", "Formatted disc\n",
-                                 "No Media Present/ Unknown capacity media\n"}) {
-            EXPECT_EQ(log.find(line) != std::string::npos, c.typeLine != nullptr && std::string(c.typeLine) + "\n" == line)
-                << c.what << ": " << log;
-        }
+        // The dump, then the descriptor type line if the list has room for it.
+        EXPECT_TRUE(log.ends_with(c.typeLine != nullptr ? std::string("\n") + c.typeLine + "\n\n" : " \n\n"))
+            << c.what << ": " << log;
         const auto issued = open.drive->issued();
         ASSERT_EQ(issued.size(), 2u);
         EXPECT_EQ(issued[0].cdb, (Bytes{0x23, 0, 0, 0, 0, 0, 0, 0, 0xFC, 0}));
