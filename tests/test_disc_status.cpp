@@ -277,4 +277,18 @@ TEST(DiscStatus, CapacityAndPreRecordedInformation)
     }
 }
 
+TEST(DiscStatus, NullPointersSendNothing)
+{
+    fake::OpenDrive open(media::kCdRFinalized);
+    using Op = int (*)(const char *, int, DiscInfo *);
+    for (Op op : {Dev_GetConfiguration, Dev_ReadDiscInfo, Dev_ReadTrackInfo, Dev_ReadFormatCapacity, Dev_ReadCdATIP,
+                  Dev_ReadCdToc, Dev_GetCdInfo}) {
+        EXPECT_EQ(op("sr0", open.fd, nullptr), 0);
+    }
+    EXPECT_EQ(Dev_ExecMMC(nullptr, open.fd, 1), -1);
+    EXPECT_EQ(Dev_BuildSgMap(nullptr), 0);
+    EXPECT_EQ(logOf([] { Dev_ShowDiscInfo(nullptr); }), "");
+    EXPECT_TRUE(open.drive->issued().empty());
+}
+
 } // namespace
