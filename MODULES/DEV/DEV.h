@@ -10,10 +10,155 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <scsi/sg.h>
 
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* ===================================================== MMC commands */
+
+/* One MMC command on its way to a drive: the name its log lines carry and
+ * the platform's own SG_IO request header. */
+#define MMC_CMD_NAME_SIZE 64
+typedef struct MmcCmd {
+    char name[MMC_CMD_NAME_SIZE];
+    sg_io_hdr_t hdr;
+} MmcCmd;
+
+/* Runs the command on the open SCSI generic node fd. verbose 1 logs the
+ * outcome and dumps sense data and the reply; any other value keeps quiet.
+ * Returns 0 when done, -1 when the driver version could not be read, -2 for
+ * a driver older than 30000, -3 when SG_IO failed, -4 when the command did. */
+int Dev_ExecMMC(MmcCmd *pCmd, int fd, int verbose);
+
+/* ===================================================== disc information record */
+
+/* type1: family of the disc (0 until classified). */
+enum {
+    DISC_TYPE1_CD = 1,
+    DISC_TYPE1_DVD_ROM = 2,
+    DISC_TYPE1_DVD_MINUS = 3,
+    DISC_TYPE1_DVD_PLUS = 4,
+    DISC_TYPE1_DVD_RAM = 5,
+    DISC_TYPE1_DDCD = 6,
+    DISC_TYPE1_BD = 7
+};
+
+/* type2: writability class. */
+enum {
+    DISC_TYPE2_ROM = 1,
+    DISC_TYPE2_R = 2,
+    DISC_TYPE2_RW = 3,
+    DISC_TYPE2_RAM = 4
+};
+
+/* type3: recording mode of a DVD-RW (0 for every other disc). */
+enum {
+    DISC_TYPE3_SEQUENTIAL = 1,
+    DISC_TYPE3_RESTRICTED_OVERWRITE = 2
+};
+
+/* appendable: the disc status. */
+enum {
+    DISC_STATUS_EMPTY = 0,
+    DISC_STATUS_INCOMPLETE = 1,
+    DISC_STATUS_FINALIZED = 2,
+    DISC_STATUS_OTHER = 3
+};
+
+/* What the optical operations learn of a disc; it fills the 64-byte info
+ * field of a device record. Capacities are in KB, blocks are 2 KB. */
+typedef struct DiscInfo {
+    int32_t type1;
+    int32_t type2;
+    int32_t type3;
+    int32_t sub_type;
+    int32_t reseved_flag;
+    int32_t appendable;
+    int32_t last_lead_in;
+    int32_t next_lead_in;
+    int32_t last_track;
+    int32_t total_session;
+    uint32_t free_blocks;
+    uint32_t track_size;
+    uint64_t total_capacity;
+    uint64_t used_capacity;
+} DiscInfo;
+
+/* Logs every field of the record in six lines. */
+void Dev_ShowDiscInfo(const DiscInfo *pInfo);
+
+/* ===================================================== drive probing */
+
+/* pName names the device in log lines only and may be null; fd is the open
+ * SCSI generic node. Each returns 1 for yes or done and 0 for no or failed. */
+
+/* Tries TEST UNIT READY up to three times, sleeping a second after each
+ * failure. */
+int Dev_TestUnitReady(const char *pName, int fd);
+
+/* Logs the size of the drive's buffer. */
+int Dev_ReadBufferCapacity(const char *pName, int fd);
+
+/* Logs vendor, product and revision; with pModel (room for
+ * DEV_INQUIRY_MODEL_SIZE characters) writes the compacted model text. */
+#define DEV_INQUIRY_MODEL_SIZE 25
+int Dev_Inquiry(const char *pName, int fd, char *pModel);
+
+/* Classifies the loaded disc by its current profile into type1, type2 and
+ * type3; 1 when the recorder can export to it. */
+int Dev_GetConfiguration(const char *pName, int fd, DiscInfo *pInfo);
+
+/* ===================================================== SCSI generic map */
+
+#define SG_MAP_SIZE 32
+#define SG_NAME_SIZE 12
+
+/* One SCSI generic node: its path, whether its drive is ready, and its SCSI
+ * address (-1 in all four when the node was not reached). */
+typedef struct SgMapEntry {
+    char name[SG_NAME_SIZE];
+    int32_t ready;
+    int32_t bus;
+    int32_t channel;
+    int32_t id;
+    int32_t lun;
+} SgMapEntry;
+
+/* Block, optical and tape node paths, ending with a null entry. */
+#define SCSI_DEV_TABLE_SIZE 61
+extern const char *const gScsiDevTable[SCSI_DEV_TABLE_SIZE + 1];
+
+/* Fills SG_MAP_SIZE entries, indexed by node number; returns how many are
+ * ready. */
+int Dev_BuildSgMap(SgMapEntry *pMap);
+/* "/dev/sg<k>" when numeric, else "/dev/sg<letter>"; pName has room for
+ * SG_NAME_SIZE characters. */
+void Dev_MakeDevName(char *pName, int k, int numeric);
+/* The generic node of a block node and the other way round. 0: found and
+ * ready; 1: found, not ready; -1: failure or no counterpart. */
+int Dev_SdToSg(char *pSg, const char *pSd);
+int Dev_SgToSd(char *pSd, const char *pSg);
+
+/* ===================================================== disc and track status */
+
+/* pName names the device in log lines and may be null; fd is the open SCSI
+ * generic node; pInfo must not be null. 1 when done, 0 when a command
+ * failed, and then the record is unchanged. */
+int Dev_ReadDiscInfo(const char *pName, int fd, DiscInfo *pInfo);
+int Dev_ReadTrackInfo(const char *pName, int fd, DiscInfo *pInfo);
+int Dev_ReadFormatCapacity(const char *pName, int fd, DiscInfo *pInfo);
+int Dev_ReadCapacity(const char *pName, int fd);
+int Dev_ReadPreRecordedInfo(const char *pName, int fd);
+
+/* ===================================================== CD information */
+
+/* Capacity from the ATIP, used space from the table of contents. 1 when
+ * done, 0 when a command failed. */
+int Dev_ReadCdATIP(const char *pName, int fd, DiscInfo *pInfo);
+int Dev_ReadCdToc(const char *pName, int fd, DiscInfo *pInfo);
+int Dev_GetCdInfo(const char *pName, int fd, DiscInfo *pInfo);
 
 #ifdef __cplusplus
 }

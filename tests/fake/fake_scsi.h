@@ -1,0 +1,63 @@
+// SCSI nodes: generic (/dev/sgN or /dev/sgX), block, optical and tape nodes,
+// each with a SCSI address, an sg driver version and perhaps an MMC drive.
+#ifndef DVR_FAKE_SCSI_H
+#define DVR_FAKE_SCSI_H
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "fake_mmc.h"
+#include "fake_platform.h"
+
+namespace fake {
+
+struct ScsiAddress {
+    int host, channel, id, lun;
+};
+
+class ScsiNode : public Device {
+public:
+    ScsiNode(ScsiAddress address, std::shared_ptr<MmcDrive> drive) : address(address), drive(std::move(drive)) {}
+
+    ScsiAddress address;
+    int sgVersion = 30536;              // answered to SG_GET_VERSION_NUM
+    std::shared_ptr<MmcDrive> drive;    // answers SG_IO
+
+    // From now on the control request fails with err.
+    void failIoctl(unsigned long code, int err) { failures_[code] = err; }
+    int ioctl(unsigned long code, void *arg) override;
+
+private:
+    std::map<unsigned long, int> failures_;
+};
+
+// Makes every path the library probes for SCSI nodes (the generic nodes in
+// both namings and the block, optical and tape nodes) a missing node, so
+// that no test reaches the machine's own devices.
+void hideScsiNodes();
+
+// A node of the drive; without one, of a hard disk.
+std::shared_ptr<ScsiNode> addScsiNode(const std::string &path, ScsiAddress address,
+                                      std::shared_ptr<MmcDrive> drive = nullptr);
+
+// What fn printed, standard output and log, with line numbers written N.
+std::string logOf(const std::function<void()> &fn);
+
+// A drive on a generic node with the other SCSI paths hidden, and the node
+// open as the library opens it, for the life of the object.
+struct OpenDrive {
+    explicit OpenDrive(const Medium &medium = media::kNone, const std::string &path = "/dev/sg0");
+    ~OpenDrive();
+    OpenDrive(const OpenDrive &) = delete;
+    OpenDrive &operator=(const OpenDrive &) = delete;
+
+    std::shared_ptr<MmcDrive> drive;
+    std::shared_ptr<ScsiNode> node;
+    int fd = -1;
+};
+
+} // namespace fake
+
+#endif
