@@ -1,6 +1,7 @@
 // MD5 and SHA-1 digests of files, and the check of a file against a side
 // file in the text form that md5sum writes ("digest  name").
 #include "com_log.h"
+#include "fd_io.h"
 #include "digest_context.h"
 
 #include <cerrno>
@@ -13,8 +14,7 @@
 namespace {
 // Files are fed to the digest in reads of this size.
 constexpr size_t kFileBlockSize = 256;
-// The side file is read like the system's one-line files: its first line, in
-// reads of kFileBlockSize, into a buffer of this size.
+// The side file is read as a one-line file: in effect its first line counts.
 constexpr size_t kSideContentSize = 256;
 // The whole side file name, and the recorded digest and base name it holds.
 constexpr size_t kSidePathSize = 256;
@@ -22,17 +22,6 @@ constexpr size_t kSideFieldSize = 128;
 constexpr const char *kDefaultSuffix = ".md5";
 constexpr const char *kSideDelimiters = "\r\n\t ";
 
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() { COM_SafeClose(&fd_); }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-    int get() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 // Feeds the file to the digest until a read gives less than 1 byte (a read
 // error ends it early) and stores the digest. False, reported in func's name,
@@ -43,7 +32,7 @@ bool digestFile(const char *func, const char *path, Context &ctx, uint8_t *diges
     if (path == nullptr || digest == nullptr) {
         return false;
     }
-    const Descriptor fd(open(path, O_RDONLY | O_CLOEXEC));
+    const fdio::UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
     if (fd.get() < 0) {
         COM_LOG(func, "open(%s) fail : %s\n", path, strerror(errno));
         return false;
@@ -55,37 +44,6 @@ bool digestFile(const char *func, const char *path, Context &ctx, uint8_t *diges
     }
     ctx.final(digest);
     return true;
-}
-
-// Reads the side file as the one-line file reader does: from each block of
-// kFileBlockSize bytes, taken as a string, the text before its first line end
-// is appended while room is left. 0 if any block was read, -1 otherwise (a
-// missing file is not reported).
-int readSideFile(const char *func, const char *path, char *buf, size_t size)
-{
-    const Descriptor fd(open(path, O_RDONLY | O_CLOEXEC));
-    if (fd.get() < 0) {
-        if (errno != ENOENT) {
-            COM_LOG(func, "open(%s) error : %s\n", path, strerror(errno));
-        }
-        return -1;
-    }
-    int result = -1;
-    size_t used = 0;
-    size_t room = size;
-    char block[kFileBlockSize + 1];
-    ssize_t got;
-    while (room > 0 && (got = read(fd.get(), block, kFileBlockSize)) > 0) {
-        block[got] = '\0';
-        const size_t line = strcspn(block, "\r\n");
-        const size_t take = line < room - 1 ? line : room - 1;
-        memcpy(buf + used, block, take);
-        used += take;
-        buf[used] = '\0';
-        room -= take;
-        result = 0;
-    }
-    return result;
 }
 
 std::string_view baseName(std::string_view path)
@@ -128,7 +86,7 @@ int COM_CheckFileMD5(const char *path, const char *suffix)
     char sidePath[kSidePathSize];
     snprintf(sidePath, sizeof sidePath, "%s%s", path, suffix != nullptr ? suffix : kDefaultSuffix);
     char content[kSideContentSize] = "";
-    if (readSideFile(__func__, sidePath, content, sizeof content) != 0) {
+    if (COM_GetFileContent(sidePath, content, sizeof content) != 0) {
         COM_LOG(nullptr, "Can't read md5 in [%s]\n", sidePath);
         return -1;
     }

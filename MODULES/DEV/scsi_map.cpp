@@ -1,6 +1,6 @@
 #include "DEV.h"
 #include "com_log.h"
-#include "dev_fd.h"
+#include "fd_io.h"
 #include "dev_text.h"
 
 #include <cerrno>
@@ -31,7 +31,7 @@ extern "C" const char *const gScsiDevTable[SCSI_DEV_TABLE_SIZE + 1] = {
     nullptr};
 
 namespace {
-using dev::ScopedFd;
+using fdio::UniqueFd;
 
 constexpr int kLetterNames = 26;
 
@@ -135,8 +135,8 @@ int Dev_BuildSgMap(SgMapEntry *pMap)
             Dev_MakeDevName(e.name, k, numeric);
             fd = open(e.name, O_RDWR | O_NONBLOCK);
         }
-        ScopedFd node(fd);
-        if (!node.ok()) {
+        fdio::UniqueFd node(fd);
+        if (!node.valid()) {
             continue;
         }
         Address a;
@@ -162,8 +162,8 @@ int Dev_SdToSg(char *pSg, const char *pSd)
         COM_LOG(__func__, "(%s, %s) : Null ptr\n", ResultText(pSg).text, dev::printable(pSd));
         return -1;
     }
-    ScopedFd block(open(pSd, O_RDONLY | O_NONBLOCK));
-    if (!block.ok()) {
+    fdio::UniqueFd block(open(pSd, O_RDONLY | O_NONBLOCK));
+    if (!block.valid()) {
         COM_LOG(__func__, "open(%s) failed : %s\n", pSd, strerror(errno));
         return -1;
     }
@@ -195,8 +195,8 @@ int Dev_SgToSd(char *pSd, const char *pSg)
     Address wanted;
     int ready = 0;
     {
-        ScopedFd generic(open(pSg, O_RDWR | O_NONBLOCK));
-        if (!generic.ok()) {
+        fdio::UniqueFd generic(open(pSg, O_RDWR | O_NONBLOCK));
+        if (!generic.valid()) {
             COM_LOG(__func__, "open(%s) fail : %s\n", pSg, strerror(errno));
             return -1;
         }
@@ -206,9 +206,9 @@ int Dev_SgToSd(char *pSd, const char *pSg)
         ready = Dev_TestUnitReady(pSg, generic.get());
     }
     for (const char *const *path = gScsiDevTable; *path != nullptr; ++path) {
-        ScopedFd node(open(*path, O_RDWR | O_NONBLOCK));
+        fdio::UniqueFd node(open(*path, O_RDWR | O_NONBLOCK));
         Address a;
-        if (node.ok() && readAddressReported(__func__, node.get(), *path, a) && a == wanted) {
+        if (node.valid() && readAddressReported(__func__, node.get(), *path, a) && a == wanted) {
             snprintf(pSd, SG_NAME_SIZE, "%s", *path);
             return ready == 1 ? 0 : 1;
         }
