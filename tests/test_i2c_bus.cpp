@@ -16,7 +16,6 @@ namespace {
 using fake::Board;
 using fake::wordAt;
 
-constexpr size_t kDataOffset = sizeof(void *) == 4 ? 12 : 16;
 constexpr size_t kLengthOffset = sizeof(void *) == 4 ? 16 : 24;
 
 struct Seen {
