@@ -11,14 +11,11 @@
 
 namespace {
 
-using fake::captureStdout;
-using fake::withoutLineNumbers;
-
-std::string hex(const uint8_t *bytes, size_t n = COM_SHA1_SIZE)
+std::string hex(const uint8_t (&bytes)[COM_SHA1_SIZE])
 {
     std::string s;
-    for (size_t i = 0; i < n; ++i) {
-        s += {"0123456789abcdef"[bytes[i] >> 4], "0123456789abcdef"[bytes[i] & 15]};
+    for (uint8_t b : bytes) {
+        s += {"0123456789abcdef"[b >> 4], "0123456789abcdef"[b & 15]};
     }
     return s;
 }
@@ -38,16 +35,11 @@ std::string sha1(const std::string &data)
     return hex(out);
 }
 
-// The first word that a shell command prints.
-std::string firstWord(const std::string &cmd)
+// What a shell command writes, run in the directory.
+std::string shell(const fake::TempDir &dir, const std::string &cmd)
 {
-    char word[128] = "";
-    FILE *p = popen(cmd.c_str(), "r");
-    EXPECT_TRUE(p != nullptr && fscanf(p, "%127s", word) == 1) << cmd;
-    if (p != nullptr) {
-        pclose(p);
-    }
-    return word;
+    EXPECT_EQ(system(("cd " + dir.path() + " && " + cmd + " > out").c_str()), 0) << cmd;
+    return fake::readFile(dir.file("out"));
 }
 
 TEST(Digests, PublishedVectors)
@@ -78,23 +70,21 @@ TEST(Digests, FilesMatchMd5sumAndSha1sum)
     std::mt19937 random(20240601);
     for (size_t size : {0, 1, 55, 56, 63, 64, 65, 119, 120, 255, 256, 257, 4099, 1048576 + 17}) {
         std::string data(size, '\0');
-        for (char &c : data) {
-            c = static_cast<char>(random());
-        }
+        std::generate(data.begin(), data.end(), [&] { return static_cast<char>(random()); });
         const std::string path = dir.write("f", data);
         char md5Out[COM_MD5_TEXT_SIZE + 1] = "";
         COM_MakeFileMD5(md5Out, path.c_str());
-        EXPECT_EQ(md5Out, firstWord("md5sum " + path)) << size;
+        EXPECT_EQ(md5Out + std::string("  f\n"), shell(dir, "md5sum f")) << size;
         EXPECT_EQ(md5Out, md5(data)) << size;
         uint8_t sha1Out[COM_SHA1_SIZE];
-        const std::string log = captureStdout([&] { COM_MakeFileSHA1(sha1Out, path.c_str()); });
-        EXPECT_EQ(hex(sha1Out), firstWord("sha1sum " + path)) << size;
-        EXPECT_EQ(withoutLineNumbers(log), "file_digest.cpp,N: Digest = [" + hex(sha1Out) + "]\n");
+        const std::string log = fake::captureStdout([&] { COM_MakeFileSHA1(sha1Out, path.c_str()); });
+        EXPECT_EQ(hex(sha1Out) + "  f\n", shell(dir, "sha1sum f")) << size;
+        EXPECT_EQ(fake::withoutLineNumbers(log), "file_digest.cpp,N: Digest = [" + hex(sha1Out) + "]\n");
     }
     char md5Out[] = "untouched";
-    const std::string log = captureStdout([&] { COM_MakeFileMD5(md5Out, "/nonexistent"); });
+    const std::string log = fake::captureStdout([&] { COM_MakeFileMD5(md5Out, "/nonexistent"); });
     EXPECT_STREQ(md5Out, "untouched");
-    EXPECT_EQ(withoutLineNumbers(log),
+    EXPECT_EQ(fake::withoutLineNumbers(log),
               "file_digest.cpp,N:COM_MakeFileMD5(): open(/nonexistent) fail : No such file or directory\n");
 }
 
@@ -102,16 +92,12 @@ TEST(Digests, CheckAgainstWhatMd5sumWrites)
 {
     fake::TempDir dir;
     const std::string file = dir.write("clip.ts", "recorded data\n");
-    const auto md5sum = [&](const std::string &args) { // what md5sum writes, run in the directory
-        EXPECT_EQ(system(("cd " + dir.path() + " && md5sum " + args + " > out").c_str()), 0);
-        return fake::readFile(dir.file("out"));
-    };
-    const std::string digest = md5sum("clip.ts").substr(0, 32);
+    const std::string digest = shell(dir, "md5sum clip.ts").substr(0, 32);
     const auto check = [&](const std::string &side, const char *suffix = nullptr) {
         dir.write(std::string("clip.ts") + (suffix != nullptr ? suffix : ".md5"), side);
         int rc = 0;
-        const std::string log = captureStdout([&] { rc = COM_CheckFileMD5(file.c_str(), suffix); });
-        return std::make_pair(rc, withoutLineNumbers(log));
+        const std::string log = fake::captureStdout([&] { rc = COM_CheckFileMD5(file.c_str(), suffix); });
+        return std::make_pair(rc, fake::withoutLineNumbers(log));
     };
     const auto passed = std::make_pair(0, "file_digest.cpp,N: md5sum(" + file + ") passed\n");
     const auto failed = [&](const std::string &recorded) {
@@ -121,13 +107,13 @@ TEST(Digests, CheckAgainstWhatMd5sumWrites)
     std::string upper = digest;
     std::transform(upper.begin(), upper.end(), upper.begin(), ::toupper);
 
-    EXPECT_EQ(check(md5sum("clip.ts")), passed);
-    EXPECT_EQ(check(md5sum("$PWD/clip.ts")), passed); // any directory before the name
+    EXPECT_EQ(check(shell(dir, "md5sum clip.ts")), passed);
+    EXPECT_EQ(check(shell(dir, "md5sum $PWD/clip.ts")), passed); // any directory before the name
     EXPECT_EQ(check(digest + "\t/elsewhere/clip.ts\r\n", ".sum"), passed);
     EXPECT_EQ(check(upper + "  clip.ts\n"), failed(upper));
     EXPECT_EQ(check("clip.ts  " + digest + "\n"), failed("")); // the name first: no recorded digest
-    EXPECT_EQ(check(md5sum("-b clip.ts")), unnamed);            // "*clip.ts": the star is part of it
-    EXPECT_EQ(check(md5sum("--tag clip.ts")), unnamed);         // "MD5 (clip.ts) = ..."
+    EXPECT_EQ(check(shell(dir, "md5sum -b clip.ts")), unnamed);    // "*clip.ts": the star is part of it
+    EXPECT_EQ(check(shell(dir, "md5sum --tag clip.ts")), unnamed); // "MD5 (clip.ts) = ..."
     EXPECT_EQ(check(digest + "  other.ts\n" + digest + "  clip.ts\n"), unnamed); // only the first line
     EXPECT_EQ(check(""), std::make_pair(-1, "file_digest.cpp,N: Can't read md5 in [" + file + ".md5]\n"));
 }
