@@ -5,11 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <filesystem>
 #include <functional>
-#include <grp.h>
+#include <sys/fsuid.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "COMMON.h"
@@ -22,26 +22,17 @@ const std::string kNoEnt = "No such file or directory\n";
 const std::string kRemove = "dir_tree.cpp,N:_COM_RemoveFileInDir_(): ";
 
 // A call's result and its log, without line numbers.
-struct Outcome {
-    int rc;
-    std::string log;
-    bool operator==(const Outcome &) const = default;
-    friend std::ostream &operator<<(std::ostream &os, const Outcome &o) { return os << o.rc << " [" << o.log << "]"; }
-};
+using Outcome = std::pair<int, std::string>;
 Outcome run(const std::function<int()> &fn)
 {
-    int rc = 0;
-    std::string log = fake::withoutLineNumbers(fake::captureStdout([&] { rc = fn(); }));
-    return {rc, log};
+    Outcome o {};
+    o.second = fake::withoutLineNumbers(fake::captureStdout([&] { o.first = fn(); }));
+    return o;
 }
-struct Case {
-    std::function<int()> fn;
-    Outcome want;
-};
-void check(const std::vector<Case> &cases)
+void check(const std::vector<std::pair<std::function<int()>, Outcome>> &cases)
 {
-    for (const Case &c : cases) {
-        EXPECT_EQ(run(c.fn), c.want);
+    for (const auto &[fn, want] : cases) {
+        EXPECT_EQ(run(fn), want);
     }
 }
 
@@ -50,12 +41,7 @@ bool exists(const std::string &path)
     struct stat st {};
     return lstat(path.c_str(), &st) == 0;
 }
-
-std::string linkText(const std::string &path)
-{
-    char buf[512] = {};
-    return readlink(path.c_str(), buf, sizeof buf - 1) > 0 ? buf : "";
-}
+std::string linkText(const std::string &path) { return std::filesystem::read_symlink(path).string(); }
 
 // Bytes of every value, in lengths that end inside a block.
 std::string pattern(size_t length)
@@ -67,23 +53,16 @@ std::string pattern(size_t length)
     return s;
 }
 
-// Runs fn in a child without root's rights (as nobody), so that directory
-// permissions hold.
+// Runs fn with the file rights of nobody (the thread's file system ids), so
+// that directory permissions hold for root too.
 Outcome asNobody(const std::function<int()> &fn)
 {
-    fake::TempDir dir;
-    const std::string out = dir.file("out");
-    const pid_t pid = fork();
-    if (pid == 0) {
-        freopen(out.c_str(), "w", stdout);
-        const bool dropped = setgroups(0, nullptr) == 0 && setgid(65534) == 0 && setuid(65534) == 0;
-        const int rc = fn();
-        fflush(stdout);
-        _exit(dropped || geteuid() != 0 ? rc & 0xFF : 99);
-    }
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return {static_cast<int8_t>(WEXITSTATUS(status)), fake::withoutLineNumbers(readFile(out))};
+    setfsgid(65534);
+    setfsuid(65534);
+    const Outcome o = run(fn);
+    setfsuid(0);
+    setfsgid(0);
+    return o;
 }
 
 TEST(FileUtils, FailuresAreReportedExactly)
@@ -151,44 +130,37 @@ TEST(FileUtils, LongPathsAreRefusedAndNothingGoes)
     EXPECT_EQ(linkText(link), deep);
 }
 
-class RemoveTree : public testing::Test {
-protected:
-    void SetUp() override
-    {
+// One tree, cleared in turns: files only unless the recursive flag is exactly
+// 1; "lost+found" kept at every level; a dangling link stays and fails the
+// call; a link to a directory is cleared through.
+TEST(FileUtils, TreesKeepLostFoundAndDanglingLinks)
+{
+    fake::TempDir tmp;
+    const std::string top = tmp.file("top"), notEmpty = ") error : Directory not empty\n";
+    const auto build = [&] {
         for (const char *f : {"top/a", "top/b", "top/lost+found/keep", "top/sub/c", "top/sub/lost+found/keep", "top/empty/d", "outside/target"}) {
             tmp.write(f, "x");
         }
-        symlink(tmp.file("outside/target").c_str(), top("/link").c_str());
-    }
-    std::string top(const std::string &rest = "") const { return tmp.file("top") + rest; }
-    fake::TempDir tmp;
-};
-
-TEST_F(RemoveTree, FilesOnlyUnlessRecursiveIsExactlyOne)
-{
-    for (int flag : {0, 2}) {
-        SetUp();
-        EXPECT_EQ(COM_RemoveFileInDir(flag, top().c_str()), 3) << flag; // a, b and the link
-    }
+        symlink(tmp.file("outside/target").c_str(), (top + "/link").c_str());
+    };
+    build();
+    EXPECT_EQ(COM_RemoveFileInDir(2, top.c_str()), 3); // a, b and the link
     EXPECT_TRUE(exists(tmp.file("outside/target")));
-    EXPECT_TRUE(exists(top("/sub/c")));
-    // a, b, link, sub/c, empty/d, empty: 6; sub and top keep their lost+found.
-    SetUp();
-    const std::string notEmpty = ") error : Directory not empty\n";
-    check({{[&] { return COM_RemoveDirAndFile(1, top().c_str()); }, {6, kRemove + "rmdir(" + top("/sub") + notEmpty + kRemove + "rmdir(" + top() + notEmpty}}});
-    EXPECT_TRUE(exists(top("/sub/lost+found/keep")));
-    EXPECT_FALSE(exists(top("/empty")));
-}
-
-TEST_F(RemoveTree, DanglingLinksStayAndLinkedDirectoriesAreClearedThrough)
-{
+    EXPECT_TRUE(exists(top + "/sub/c"));
+    build();
     unlink(tmp.file("outside/target").c_str());
-    symlink(top("/sub").c_str(), tmp.file("outside/in").c_str());
-    check({{[&] { return COM_RemoveFileInDir(0, top().c_str()); }, {-1, kRemove + "stat(" + top("/link") + ") error : " + kNoEnt}},
+    symlink((top + "/sub").c_str(), tmp.file("outside/in").c_str());
+    check({{[&] { return COM_RemoveFileInDir(0, top.c_str()); }, {-1, kRemove + "stat(" + top + "/link) error : " + kNoEnt}},
            {[&] { return COM_RemoveFileInDir(1, tmp.file("outside").c_str()); }, {1, kRemove + "rmdir(" + tmp.file("outside/in") + ") error : Not a directory\n"}}});
-    EXPECT_TRUE(exists(top("/link")));
-    EXPECT_FALSE(exists(top("/a")));
-    EXPECT_FALSE(exists(top("/sub/c")));
+    EXPECT_TRUE(exists(top + "/link"));
+    EXPECT_FALSE(exists(top + "/a"));
+    EXPECT_FALSE(exists(top + "/sub/c")); // after the second call only: the first left sub alone
+    EXPECT_TRUE(exists(top + "/sub/lost+found/keep"));
+    // a, b, link, sub/c, empty/d, empty: 6; sub and top keep their lost+found.
+    build();
+    check({{[&] { return COM_RemoveDirAndFile(1, top.c_str()); }, {6, kRemove + "rmdir(" + top + "/sub" + notEmpty + kRemove + "rmdir(" + top + notEmpty}}});
+    EXPECT_TRUE(exists(top + "/sub/lost+found/keep"));
+    EXPECT_FALSE(exists(top + "/empty"));
 }
 
 TEST(FileUtils, ReadOnlyAndUnreadableDirectories)
@@ -208,8 +180,7 @@ TEST(FileUtils, LinksRelocationAndNodes)
 {
     fake::TempDir tmp;
     fake::redirect("/var/run", tmp.path());
-    EXPECT_EQ(COM_Mkdir("/var/run/app/sub/", 0750), 0);
-    EXPECT_EQ(COM_Mkdir("/var/run/app/sub", 0750), 0);
+    EXPECT_EQ(COM_Mkdir("/var/run/app/sub/", 0750) + COM_Mkdir("/var/run/app/sub", 0750), 0);
     EXPECT_TRUE(exists(tmp.file("app/sub/.")));
 
     const std::string target = tmp.write("target", "t");
@@ -230,14 +201,12 @@ TEST(FileUtils, LinksRelocationAndNodes)
     mkdir(tmp.file("four").c_str(), 0755);
     EXPECT_EQ(COM_RelocateAndLink(tmp.file("store/four").c_str(), tmp.file("four").c_str()), -1);
     symlink(tmp.file("nodir/x").c_str(), tmp.file("dangling").c_str());
-    EXPECT_EQ(run([&] { return COM_RelocateAndLink(tmp.file("dangling").c_str(), tmp.write("five", "data").c_str()); }).rc, -1);
+    EXPECT_EQ(run([&] { return COM_RelocateAndLink(tmp.file("dangling").c_str(), tmp.write("five", "data").c_str()); }).first, -1);
     EXPECT_EQ(readFile(tmp.file("five")), "data");
 
     EXPECT_EQ(COM_MakeNode("/var/run/fifo", S_IFIFO | 0664, 0), 0);
     EXPECT_EQ(COM_MakeNode("/var/run/fifo", 0x21B4, makedev(1, 3)), 0); // left as it is
-    struct stat st {};
-    EXPECT_EQ(stat(tmp.file("fifo").c_str(), &st), 0);
-    EXPECT_TRUE(S_ISFIFO(st.st_mode));
+    EXPECT_TRUE(std::filesystem::is_fifo(tmp.file("fifo")));
 }
 
 TEST(FileUtils, MovesAndCopies)
@@ -269,34 +238,25 @@ TEST(FileUtils, MovesAndCopies)
     EXPECT_EQ(readFile(src), "preciousprecious");
 }
 
-class OneLineFiles : public testing::Test {
-protected:
-    void SetUp() override { fake::redirect("/etc", tmp.path()); }
-    fake::TempDir tmp;
-};
-
-TEST_F(OneLineFiles, FirstLineOfEachBlockOrUnknown)
+TEST(OneLineFiles, FirstLineOfEachBlockOrUnknown)
 {
+    fake::TempDir tmp;
+    fake::redirect("/etc", tmp.path());
     tmp.write("Model", "DVR-4000\r\nsecond line\n");
     tmp.write("Proj", "abcdef");
     tmp.write("Note", "\nafter an empty line");
     tmp.write("Empty", "");
     tmp.write("Long", "first\n" + std::string(250, 'x') + "second\nrest"); // two 256-byte blocks
     mkdir(tmp.file("Dir").c_str(), 0755);
-    struct Line {
-        const char *name;
-        int len, rc;
-        const char *text, *log;
-    };
-    const Line cases[] = {
+    const std::tuple<const char *, int, int, const char *, std::string> cases[] = { // name, length, result, text, log
         {"Model", 64, 0, "DVR-4000", ""}, {"Proj", 4, 0, "abc", ""}, {"Proj", 1, 0, "", ""}, {"Note", 64, 0, "", ""},
         {"Long", 64, 0, "firstsecond", ""}, {"Empty", 64, -1, "unknown", ""}, {"Missing", 64, -1, "unknown", ""},
         {"Missing", 3, -1, "un", ""}, {"Dir", 64, -1, "unknown", "file_content.cpp,N:COM_GetFileContent(): read(/etc/Dir) error : Is a directory\n"},
     };
-    for (const Line &c : cases) {
+    for (const auto &[name, len, rc, text, log] : cases) {
         char buf[64] = {};
-        EXPECT_EQ(run([&] { return COM_GetFileContent(("/etc/" + std::string(c.name)).c_str(), buf, c.len); }), (Outcome{c.rc, c.log}));
-        EXPECT_STREQ(buf, c.text) << c.name << c.len;
+        EXPECT_EQ(run([&] { return COM_GetFileContent(("/etc/" + std::string(name)).c_str(), buf, len); }), (Outcome{rc, log}));
+        EXPECT_STREQ(buf, text) << name << len;
     }
     char buf[8] = "kept";
     char expected[128];
@@ -306,10 +266,11 @@ TEST_F(OneLineFiles, FirstLineOfEachBlockOrUnknown)
     EXPECT_STREQ(buf, "unknown");
 }
 
-TEST_F(OneLineFiles, WholeReadsAndWrites)
+TEST(OneLineFiles, WholeReadsAndWrites)
 {
-    EXPECT_EQ(COM_SetFileContent("/etc/Port", "8080"), 0);
-    EXPECT_EQ(COM_AppendFileContent("/etc/Port", "\n9090"), 0);
+    fake::TempDir tmp;
+    fake::redirect("/etc", tmp.path());
+    EXPECT_EQ(COM_SetFileContent("/etc/Port", "8080") + COM_AppendFileContent("/etc/Port", "\n9090"), 0);
     EXPECT_EQ(COM_AppendFileContent("/etc/Port", ""), -1);
     EXPECT_EQ(readFile(tmp.file("Port")), "8080\n9090");
     EXPECT_EQ(COM_SetFileContent("/etc/Port", ""), -1); // truncated all the same
@@ -317,12 +278,10 @@ TEST_F(OneLineFiles, WholeReadsAndWrites)
 
     EXPECT_EQ(COM_SaveDataIntoFile("/etc/data", "\x01\x00\x02", 3), 0);
     EXPECT_EQ(readFile(tmp.file("data")), std::string("\x01\x00\x02", 3));
-    for (const auto &[len, rc] : {std::pair{3, 0}, {2, 0}, {8, 1}, {0, 0}}) { // length, result
+    for (const auto &[path, len, rc] : {std::tuple{"/etc/data", 3, 0}, {"/etc/data", 2, 0}, {"/etc/data", 8, 1}, {"/etc/data", 0, 0}, {"/etc/Port", 4, 0}}) {
         char buf[8] = {};
-        EXPECT_EQ(COM_ReadDataFromFile("/etc/data", buf, len), rc) << len;
+        EXPECT_EQ(COM_ReadDataFromFile(path, buf, len), rc) << path << len; // an empty file: the same as all
     }
-    char buf[4];
-    EXPECT_EQ(COM_ReadDataFromFile("/etc/Port", buf, 4), 0); // empty: same as all
     EXPECT_EQ(COM_SaveID("/etc", "WD-123456"), 0);
     EXPECT_EQ(readFile(tmp.file("ID")), "WD-123456");
     EXPECT_EQ(COM_SaveID("/etc", ""), -1);
@@ -332,16 +291,15 @@ TEST_F(OneLineFiles, WholeReadsAndWrites)
 TEST(FileUtils, FdInfoNamesTheFileAndItsType)
 {
     fake::TempDir tmp;
-    const std::string path = tmp.write("data", std::string(300, 'd'));
+    const std::string path = tmp.write("data", std::string(300, 'd')), pid = std::to_string(getpid());
     mkfifo(tmp.file("fifo").c_str(), 0600);
-    const std::string pid = std::to_string(getpid());
+    char out[COM_FD_INFO_SIZE];
     const std::tuple<std::string, int, std::string> kinds[] = {
         {path, O_RDONLY, "RegularfFile])\nfd_info.cpp,N: (size, cur_off) = (300, 120)\n"},
         {tmp.path(), O_RDONLY | O_DIRECTORY, "Dir])\n"}, {"/dev/null", O_RDWR, "CharDev])\n"}, {tmp.file("fifo"), O_RDWR | O_NONBLOCK, "FIFO])\n"}};
     for (const auto &[name, flags, type] : kinds) {
         const int fd = open(name.c_str(), flags);
         lseek(fd, 120, SEEK_SET);
-        char out[COM_FD_INFO_SIZE];
         const std::string f = std::to_string(fd);
         EXPECT_EQ(run([&] { return COM_GetFdInfo(fd, out, 1); }),
                   (Outcome{0, "fd_info.cpp,N: [/proc/" + pid + "/fd/" + f + "] => [" + name + "]\nfd_info.cpp,N: (pid, fd, type) = (" + pid + ", " + f + ", [" + type}));
@@ -350,10 +308,9 @@ TEST(FileUtils, FdInfoNamesTheFileAndItsType)
     }
     int p[2];
     ASSERT_EQ(pipe(p), 0);
-    char out[COM_FD_INFO_SIZE];
     const Outcome o = run([&] { return COM_GetFdInfo(p[0], out, 0); }); // a pipe's text is no path
     EXPECT_EQ(o, (Outcome{-1, "fd_info.cpp,N:COM_GetFdInfo(): stat(" + std::string(out) + ") fail : " + kNoEnt}));
-    EXPECT_EQ(std::string(out).rfind("pipe:[", 0), 0u) << out;
+    EXPECT_TRUE(std::string(out).starts_with("pipe:[")) << out;
     close(p[0]);
     close(p[1]);
 }

@@ -18,14 +18,12 @@ struct EditCase {
     std::optional<std::string> before; // none: the file doesn't exist
     std::vector<COM_ITEM> items;
     int result;
-    std::string after;
-    std::string matched;      // '1' for each item whose keyLen is 0 after the call
+    std::string after, matched; // matched: '1' for each item whose keyLen is 0 after the call
     COM_ITEM_LIST flags = {}; // findOnly, anywhere, appendMissing
 };
 
-constexpr COM_ITEM_LIST kAppend = {0, 0, 0, 1, nullptr};
-constexpr COM_ITEM_LIST kAnywhere = {0, 0, 1, 0, nullptr};
-constexpr COM_ITEM_LIST kFindOnly = {0, 1, 0, 0, nullptr};
+using Outcome = std::pair<int, std::string>;
+constexpr COM_ITEM_LIST kAppend = {0, 0, 0, 1, nullptr}, kAnywhere = {0, 0, 1, 0, nullptr}, kFindOnly = {0, 1, 0, 0, nullptr};
 
 class ItemFile : public testing::Test {
 protected:
@@ -34,19 +32,18 @@ protected:
         std::filesystem::create_directory(var);
         fake::redirect("/var", var);
     }
-    // Runs the call and keeps what it logged; no temporary file may stay.
-    int replace(const std::string &path, std::vector<COM_ITEM> &items, COM_ITEM_LIST list = {})
+    // The call's result and what it logged; no temporary file may stay.
+    Outcome replace(const std::string &path, std::vector<COM_ITEM> &items, COM_ITEM_LIST list = {})
     {
         list.count = static_cast<int>(items.size());
         list.items = items.data();
-        int rc = 0;
-        log = fake::withoutLineNumbers(fake::captureStdout([&] { rc = COM_ReplaceItemsInFile(path.c_str(), &list); }));
+        Outcome o {};
+        o.second = fake::withoutLineNumbers(fake::captureStdout([&] { o.first = COM_ReplaceItemsInFile(path.c_str(), &list); }));
         EXPECT_TRUE(std::filesystem::is_empty(var));
-        return rc;
+        return o;
     }
     fake::TempDir dir;
     const std::string var = dir.file("var");
-    std::string log;
 };
 
 class ItemEdits : public ItemFile, public testing::WithParamInterface<EditCase> {};
@@ -58,7 +55,7 @@ TEST_P(ItemEdits, RewritesTheSameFile)
     struct stat old {}, now {};
     stat(path.c_str(), &old);
     auto items = c.items;
-    EXPECT_EQ(replace(path, items, c.flags), c.result);
+    EXPECT_EQ(replace(path, items, c.flags), (Outcome{c.result, ""}));
     EXPECT_EQ(fake::readFile(path), c.after);
     ASSERT_EQ(stat(path.c_str(), &now), 0);
     EXPECT_TRUE(!c.before || now.st_ino == old.st_ino) << "the file was replaced, not rewritten";
@@ -67,7 +64,6 @@ TEST_P(ItemEdits, RewritesTheSameFile)
         matched += item.keyLen == 0 ? '1' : '0';
     }
     EXPECT_EQ(matched, c.matched);
-    EXPECT_EQ(log, "");
 }
 
 const std::string kLong(260, 'x'); // read as 255 characters, then the rest
@@ -99,13 +95,10 @@ TEST_F(ItemFile, FailuresLeaveTheTargetAndNoTemporaryFile)
 {
     const std::string path = dir.write("conf", "a=1\n");
     std::vector<COM_ITEM> items = {{2, "a=", "a=2"}};
-    EXPECT_EQ(replace(dir.path(), items), -1);
-    EXPECT_EQ(log, "item_replace.cpp,N:COM_ReplaceItemsInFile(): fopen(" + dir.path() + ") failed : Is a directory\n");
-    EXPECT_EQ(replace(dir.file("no/such/conf"), items), -1); // can't be created: no report
-    EXPECT_EQ(log, "");
+    EXPECT_EQ(replace(dir.path(), items), (Outcome{-1, "item_replace.cpp,N:COM_ReplaceItemsInFile(): fopen(" + dir.path() + ") failed : Is a directory\n"}));
+    EXPECT_EQ(replace(dir.file("no/such/conf"), items), (Outcome{-1, ""})); // can't be created: no report
     fake::redirect("/var", dir.file("gone"));
-    EXPECT_EQ(replace(path, items), -1);
-    EXPECT_EQ(log, "item_replace.cpp,N:COM_ReplaceItemsInFile(): mkstemp() failed : No such file or directory\n");
+    EXPECT_EQ(replace(path, items), (Outcome{-1, "item_replace.cpp,N:COM_ReplaceItemsInFile(): mkstemp() failed : No such file or directory\n"}));
     EXPECT_EQ(fake::readFile(path), "a=1\n");
     EXPECT_EQ(items[0].keyLen, 2);
 }
@@ -125,12 +118,11 @@ TEST_F(ItemFile, FailedTemporaryWriteLeavesTheTarget)
     const struct rlimit small = {2048, old.rlim_max};
     void (*oldHandler)(int) = signal(SIGXFSZ, SIG_IGN);
     setrlimit(RLIMIT_FSIZE, &small);
-    const int rc = replace(path, items, kAppend);
+    const Outcome got = replace(path, items, kAppend);
     setrlimit(RLIMIT_FSIZE, &old);
     signal(SIGXFSZ, oldHandler);
-    EXPECT_EQ(rc, -1);
     // 4 + 20 * 100 bytes fit; the next line doesn't.
-    EXPECT_EQ(log, "item_replace.cpp,N:COM_ReplaceItemsInFile(): fprintf() fail : File too large : " + text.substr(2100, 100));
+    EXPECT_EQ(got, (Outcome{-1, "item_replace.cpp,N:COM_ReplaceItemsInFile(): fprintf() fail : File too large : " + text.substr(2100, 100)}));
     EXPECT_EQ(fake::readFile(path), text);
     EXPECT_EQ(items[0].keyLen, 0); // matched before the failure
     EXPECT_EQ(items[1].keyLen, 3);
