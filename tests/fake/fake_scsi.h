@@ -8,34 +8,29 @@
 #include <memory>
 #include <string>
 
+#include "DEV.h"
 #include "fake_mmc.h"
 #include "fake_platform.h"
 
 namespace fake {
 
-struct ScsiAddress {
-    int host, channel, id, lun;
-};
+struct ScsiAddress { int host, channel, id, lun; };
 
 class ScsiNode : public Device {
 public:
     ScsiNode(ScsiAddress address, std::shared_ptr<MmcDrive> drive) : address(address), drive(std::move(drive)) {}
 
     ScsiAddress address;
-    int sgVersion = 30536;              // answered to SG_GET_VERSION_NUM
-    std::shared_ptr<MmcDrive> drive;    // answers SG_IO
+    int sgVersion = 30536;                 // answered to SG_GET_VERSION_NUM
+    std::shared_ptr<MmcDrive> drive;       // answers SG_IO
+    std::map<unsigned long, int> failures; // control requests that fail, with their errno
 
-    // From now on the control request fails with err.
-    void failIoctl(unsigned long code, int err) { failures_[code] = err; }
     int ioctl(unsigned long code, void *arg) override;
-
-private:
-    std::map<unsigned long, int> failures_;
 };
 
 // Makes every path the library probes for SCSI nodes (the generic nodes in
-// both namings and the block, optical and tape nodes) a missing node, so
-// that no test reaches the machine's own devices.
+// both namings and the paths of its table) a missing node, so that no test
+// reaches the machine's own devices.
 void hideScsiNodes();
 
 // A node of the drive; without one, of a hard disk.
@@ -44,6 +39,13 @@ std::shared_ptr<ScsiNode> addScsiNode(const std::string &path, ScsiAddress addre
 
 // What fn printed, standard output and log, with line numbers written N.
 std::string logOf(const std::function<void()> &fn);
+
+// Log lines of one function: prefix, then text with each '|' starting a new
+// line with the prefix again.
+std::string logLines(const std::string &prefix, const std::string &text);
+
+// A disc record with the fields the operations read.
+DiscInfo discInfo(int type1, int type2, int type3 = 0, int appendable = 0, int lastTrack = 0, uint64_t total = 0);
 
 // A drive on a generic node with the other SCSI paths hidden, and the node
 // open as the library opens it, for the life of the object.
