@@ -7,21 +7,23 @@
 
 namespace {
 int gPendingTimeOuts = 0; // guarded by the fake platform's mutex
+
+bool takeTimeOut()
+{
+    std::lock_guard lock(fake::state().mutex);
+    if (gPendingTimeOuts == 0) {
+        return false;
+    }
+    --gPendingTimeOuts;
+    return true;
+}
 } // namespace
 
-namespace fake::clock {
-void timeOutWaits(int count)
+void fake::clock::timeOutWaits(int count)
 {
     std::lock_guard lock(state().mutex);
     gPendingTimeOuts = count;
 }
-
-int pendingTimeOuts()
-{
-    std::lock_guard lock(state().mutex);
-    return gPendingTimeOuts;
-}
-} // namespace fake::clock
 
 #if __SIZEOF_POINTER__ == 4
 #define SYM_SELECT __select64
@@ -37,20 +39,14 @@ int REAL(SYM_SELECT)(int n, fd_set *r, fd_set *w, fd_set *e, timeval *tv);
 
 int WRAP(SYM_SELECT)(int n, fd_set *r, fd_set *w, fd_set *e, timeval *tv)
 {
-    if (fake::clock::pendingTimeOuts() == 0) {
+    if (r == nullptr || tv == nullptr || !takeTimeOut()) {
         return REAL(SYM_SELECT)(n, r, w, e, tv);
     }
-    timeval none = {0, 0};
-    const int ready = REAL(SYM_SELECT)(n, r, w, e, &none); // what is ready is served as usual
-    if (ready == 0 && tv != nullptr) {
-        {
-            std::lock_guard lock(fake::state().mutex);
-            --gPendingTimeOuts;
-        }
-        // The whole wait passes on the fake clock, as a sleep would.
-        fake::clock::sleepFor(tv->tv_sec * 1'000'000'000LL + tv->tv_usec * 1000LL);
-        *tv = {0, 0};
-    }
-    return ready;
+    // The whole wait passes on the fake clock, as a sleep would, and nothing is
+    // ready, even a reply that waits: a later try reads it.
+    fake::clock::sleepFor(tv->tv_sec * 1'000'000'000LL + tv->tv_usec * 1000LL);
+    *tv = {0, 0};
+    FD_ZERO(r);
+    return 0;
 }
 } // extern "C"

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # DNS lookups on port 53, in a network namespace of their own: the test
-# program's crafted name servers on 127.0.0.1 and 127.0.0.2, and dnsmasq on
-# 127.0.0.3 with the records below. $1 is the unit test program; on the board
-# $DVR_EMULATOR (qemu-ppc-static) runs it, a host process in the namespace.
+# program's silent name server on 127.0.0.1, and dnsmasq on 127.0.0.3 with the
+# records below. $1 is the unit test program; on the board $DVR_EMULATOR
+# (qemu-ppc-static) runs it, a host process in the namespace.
 set -euo pipefail
 
 program=$1
