@@ -50,10 +50,14 @@ struct BusRule {
 BusRule ruleFor(uint8_t id)
 {
     switch (id) {
-    case I2C_EEPROM_ID: return {2, gI2CChannelA0};
-    case 0xD0: return {1, gI2CChannelD0};
-    case I2C_WORD_DEVICE_ID: return {2, gI2CChannelOther};
-    default: return {1, gI2CChannelOther};
+    case I2C_EEPROM_ID:
+        return {2, gI2CChannelA0};
+    case 0xD0:
+        return {1, gI2CChannelD0};
+    case I2C_WORD_DEVICE_ID:
+        return {2, gI2CChannelOther};
+    default:
+        return {1, gI2CChannelOther};
     }
 }
 

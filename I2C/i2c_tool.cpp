@@ -14,14 +14,14 @@ int gI2CVerbose = 0;
 }
 
 namespace {
-constexpr int kMaxValues = 4;         // ID, register, data, and one that only counts
-constexpr int kLineBufferSize = 256;  // a longer batch line arrives in pieces
+constexpr int kMaxValues = 4;        // ID, register, data, and one that only counts
+constexpr int kLineBufferSize = 256; // a longer batch line arrives in pieces
 constexpr const char *kDelimiters = ", \t\r\n";
 
 enum Slot { kId = 0, kAddr = 1, kData = 2 };
 
 struct Invocation {
-    int action = 0;  // 'r', 'w' or 0
+    int action = 0; // 'r', 'w' or 0
     int varCnt = 0;
     uint16_t values[kMaxValues] = {};
     uint8_t dataByte = 0;
@@ -120,7 +120,8 @@ void runBatch(Invocation &inv)
     char line[kLineBufferSize] = {};
     while (fgets(line, sizeof line, file) != nullptr) {
         char *save = nullptr;
-        for (char *tok = strtok_r(line, kDelimiters, &save); tok != nullptr && inv.varCnt < kMaxValues;
+        for (char *tok = strtok_r(line, kDelimiters, &save);
+             tok != nullptr && inv.varCnt < kMaxValues;
              tok = strtok_r(nullptr, kDelimiters, &save)) {
             inv.values[inv.varCnt++] = hexValue(tok);
         }

@@ -73,15 +73,24 @@ void openssl(benchmark::State &state, const EVP_MD *md)
 {
     unsigned char out[EVP_MAX_MD_SIZE];
     unsigned int size = 0;
-    throughput(state, [&](const uint8_t *p, size_t n) { EVP_Digest(p, n, out, &size, md, nullptr); });
+    throughput(state,
+               [&](const uint8_t *p, size_t n) { EVP_Digest(p, n, out, &size, md, nullptr); });
 }
-void OpenSslMd5(benchmark::State &state) { openssl(state, EVP_md5()); }
-void OpenSslSha1(benchmark::State &state) { openssl(state, EVP_sha1()); }
+void OpenSslMd5(benchmark::State &state)
+{
+    openssl(state, EVP_md5());
+}
+void OpenSslSha1(benchmark::State &state)
+{
+    openssl(state, EVP_sha1());
+}
 
 void EncodeBase64(benchmark::State &state)
 {
     std::vector<char> out(static_cast<size_t>(4 * (state.range(0) / 3 + 1) + 1));
-    throughput(state, [&](const uint8_t *p, size_t n) { COM_EncodeBase64(out.data(), p, static_cast<int32_t>(n)); });
+    throughput(state, [&](const uint8_t *p, size_t n) {
+        COM_EncodeBase64(out.data(), p, static_cast<int32_t>(n));
+    });
 }
 
 // Decoding is counted in bytes of text read.
@@ -129,10 +138,22 @@ void coreutils(benchmark::State &state, std::vector<std::string> args, bool text
     unlink(path);
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(size));
 }
-void CoreutilsMd5sum(benchmark::State &state) { coreutils(state, {"md5sum"}, false); }
-void CoreutilsSha1sum(benchmark::State &state) { coreutils(state, {"sha1sum"}, false); }
-void CoreutilsBase64(benchmark::State &state) { coreutils(state, {"base64", "-w", "0"}, false); }
-void CoreutilsBase64Decode(benchmark::State &state) { coreutils(state, {"base64", "-d"}, true); }
+void CoreutilsMd5sum(benchmark::State &state)
+{
+    coreutils(state, {"md5sum"}, false);
+}
+void CoreutilsSha1sum(benchmark::State &state)
+{
+    coreutils(state, {"sha1sum"}, false);
+}
+void CoreutilsBase64(benchmark::State &state)
+{
+    coreutils(state, {"base64", "-w", "0"}, false);
+}
+void CoreutilsBase64Decode(benchmark::State &state)
+{
+    coreutils(state, {"base64", "-d"}, true);
+}
 
 } // namespace
 

@@ -135,19 +135,19 @@ char *COM_GetPwd(void);
 
 /* One key and the line that takes the place of the line it matches. */
 typedef struct COM_ITEM {
-    int keyLen;                       /* characters of key compared; set to 0 once matched,
-                                         0 (or less) on entry: the item takes no part */
+    int keyLen; /* characters of key compared; set to 0 once matched,
+                   0 (or less) on entry: the item takes no part */
     char key[COM_ITEM_KEY_SIZE];
-    char value[COM_ITEM_VALUE_SIZE];  /* the whole new line without its line feed;
-                                         empty: the matched line is removed */
+    char value[COM_ITEM_VALUE_SIZE]; /* the whole new line without its line feed;
+                                        empty: the matched line is removed */
 } COM_ITEM;
 
 typedef struct COM_ITEM_LIST {
-    int count;          /* entries in items */
-    int findOnly;       /* non-zero: search only, the file stays as it is */
-    int anywhere;       /* non-zero: key found anywhere in the line, case sensitive;
-                           zero: the line begins with the key, case ignored */
-    int appendMissing;  /* non-zero: values of items that matched no line are added at the end */
+    int count;         /* entries in items */
+    int findOnly;      /* non-zero: search only, the file stays as it is */
+    int anywhere;      /* non-zero: key found anywhere in the line, case sensitive;
+                          zero: the line begins with the key, case ignored */
+    int appendMissing; /* non-zero: values of items that matched no line are added at the end */
     COM_ITEM *items;
 } COM_ITEM_LIST;
 
@@ -164,9 +164,9 @@ typedef void (*COM_POPEN_LINE_FN)(char *line, uint32_t value);
 
 /* One name a watch pass looks for: the beginning of a process's command line. */
 typedef struct COM_WATCH_ITEM {
-    const char *name;         /* may be null */
-    int found;                /* out: processes that matched in the last pass */
-    void (*onMissing)(void);  /* may be null; called when none matched */
+    const char *name;        /* may be null */
+    int found;               /* out: processes that matched in the last pass */
+    void (*onMissing)(void); /* may be null; called when none matched */
 } COM_WATCH_ITEM;
 
 typedef struct COM_WATCH_LIST {

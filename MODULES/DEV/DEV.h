@@ -46,18 +46,10 @@ enum {
 };
 
 /* type2: writability class. */
-enum {
-    DISC_TYPE2_ROM = 1,
-    DISC_TYPE2_R = 2,
-    DISC_TYPE2_RW = 3,
-    DISC_TYPE2_RAM = 4
-};
+enum { DISC_TYPE2_ROM = 1, DISC_TYPE2_R = 2, DISC_TYPE2_RW = 3, DISC_TYPE2_RAM = 4 };
 
 /* type3: recording mode of a DVD-RW (0 for every other disc). */
-enum {
-    DISC_TYPE3_SEQUENTIAL = 1,
-    DISC_TYPE3_RESTRICTED_OVERWRITE = 2
-};
+enum { DISC_TYPE3_SEQUENTIAL = 1, DISC_TYPE3_RESTRICTED_OVERWRITE = 2 };
 
 /* appendable: the disc status. */
 enum {

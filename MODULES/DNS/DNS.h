@@ -18,14 +18,14 @@
 extern "C" {
 #endif
 
-#define DNS_MAX_RECORDS      10   /* entries of a caller's result array */
-#define DNS_MAX_SERVERS      4    /* name servers taken from resolv.conf */
-#define DNS_SERVER_TEXT_SIZE 16   /* one server's dotted address, 15 characters */
-#define DNS_PACKET_SIZE      1024 /* query and reply buffers */
-#define DNS_MAX_NAME_LENGTH  1006 /* longest name a query packet holds */
-#define DNS_PORT             53
+#define DNS_MAX_RECORDS 10       /* entries of a caller's result array */
+#define DNS_MAX_SERVERS 4        /* name servers taken from resolv.conf */
+#define DNS_SERVER_TEXT_SIZE 16  /* one server's dotted address, 15 characters */
+#define DNS_PACKET_SIZE 1024     /* query and reply buffers */
+#define DNS_MAX_NAME_LENGTH 1006 /* longest name a query packet holds */
+#define DNS_PORT 53
 
-#define DNS_TYPE_A  1
+#define DNS_TYPE_A 1
 #define DNS_TYPE_MX 15
 
 /* One result entry. The caller passes a zeroed array of DNS_MAX_RECORDS and

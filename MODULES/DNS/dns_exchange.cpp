@@ -41,7 +41,10 @@ int waitFor(int fd, Wait what, timeval *tv)
 struct Query {
     uint8_t bytes[DNS_PACKET_SIZE] = {};
     int length;
-    Query(const char *pDomainName, uint8_t qtype) : length(DNS_BuildQuery(pDomainName, bytes, qtype)) {}
+    Query(const char *pDomainName, uint8_t qtype)
+        : length(DNS_BuildQuery(pDomainName, bytes, qtype))
+    {
+    }
 };
 
 // The sending half of a try: zeroes the reply buffer, starts the time value,

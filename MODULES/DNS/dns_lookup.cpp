@@ -49,7 +49,8 @@ std::string_view secondToken(std::string_view line)
 void reportInvalid(const char *func, bool withName, const char *pDomainName)
 {
     if (withName) {
-        COM_LOG(func, "invalid pDomainName [%s]\n", pDomainName != nullptr ? pDomainName : "(null)");
+        COM_LOG(func, "invalid pDomainName [%s]\n",
+                pDomainName != nullptr ? pDomainName : "(null)");
     } else {
         COM_LOG(func, "invalid pDomainName\n");
     }

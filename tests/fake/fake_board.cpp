@@ -116,8 +116,7 @@ int Board::writePage(void *arg)
     auto *req = static_cast<I2CPageRequest *>(arg);
     auto it = chips_.find(req->id);
     if (req->id != I2C_EEPROM_ID || it == chips_.end() || req->regWidth != 2 ||
-        req->channel != static_cast<uint32_t>(gI2CChannelA0) ||
-        req->reg % I2C_EEPROM_PAGE != 0) {
+        req->channel != static_cast<uint32_t>(gI2CChannelA0) || req->reg % I2C_EEPROM_PAGE != 0) {
         return fail(EINVAL);
     }
     Chip &chip = it->second;

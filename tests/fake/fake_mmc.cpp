@@ -35,7 +35,10 @@ uint32_t allocationOf(const uint8_t *cdb)
     return op == 0x00 ? 0 : op == 0x25 ? 8 : be::get16(cdb + (op == 0x12 ? 3 : op == 0xAD ? 8 : 7));
 }
 
-struct Field { size_t at, width; uint32_t value; };
+struct Field {
+    size_t at, width;
+    uint32_t value;
+};
 
 // A reply of size bytes with these big-endian fields, the rest zero.
 Bytes reply(size_t size, std::initializer_list<Field> fields)
@@ -55,7 +58,8 @@ uint32_t msf(Msf t)
 std::vector<Track> closedTracks(const Medium &m)
 {
     std::vector<Track> out;
-    std::copy_if(m.tracks.begin(), m.tracks.end(), std::back_inserter(out), [](const Track &t) { return t.free == 0; });
+    std::copy_if(m.tracks.begin(), m.tracks.end(), std::back_inserter(out),
+                 [](const Track &t) { return t.free == 0; });
     return out;
 }
 
@@ -69,7 +73,9 @@ uint32_t recordedEnd(const Medium &m)
 Bytes inquiry(const MmcDrive &d)
 {
     Bytes r = {0x05, 0x80, 0, 0x02, 96 - 5, 0, 0, 0}; // CD/DVD device, removable
-    auto pad = [](const std::string &s, size_t n) { return (s + std::string(n, ' ')).substr(0, n); };
+    auto pad = [](const std::string &s, size_t n) {
+        return (s + std::string(n, ' ')).substr(0, n);
+    };
     const std::string text = pad(d.vendor, 8) + pad(d.product, 16) + pad(d.revision, 4);
     r.insert(r.end(), text.begin(), text.end());
     r.resize(96);
@@ -83,7 +89,12 @@ Bytes configuration(const Medium &m)
     if (m.profile == 0) {
         return reply(12, {{0, 4, 8}, {10, 1, 0x03}});
     }
-    return reply(16, {{0, 4, 12}, {6, 2, m.profile}, {10, 1, 0x03}, {11, 1, 4}, {12, 2, m.profile}, {14, 1, 0x01}});
+    return reply(16, {{0, 4, 12},
+                      {6, 2, m.profile},
+                      {10, 1, 0x03},
+                      {11, 1, 4},
+                      {12, 2, m.profile},
+                      {14, 1, 0x01}});
 }
 
 // The session and track numbers have their high bytes apart; the lead-in
@@ -91,14 +102,25 @@ Bytes configuration(const Medium &m)
 Bytes discInformation(const Medium &m)
 {
     static constexpr uint8_t kSessionState[] = {0, 1, 3, 3};
-    const bool erasable = (m.physical && m.physical->layerType == 4) || (m.atip && m.atip->rewritable);
-    const uint32_t state = (erasable ? 0x10u : 0) | kSessionState[m.status & 3] << 2 | (m.status & 3);
+    const bool erasable =
+        (m.physical && m.physical->layerType == 4) || (m.atip && m.atip->rewritable);
+    const uint32_t state =
+        (erasable ? 0x10u : 0) | kSessionState[m.status & 3] << 2 | (m.status & 3);
     const uint32_t last = static_cast<uint32_t>(m.tracks.size());
     const uint32_t sessions = m.status == 1 ? 2 : 1, first = m.status == 1 ? last : 1;
     const uint32_t leadIn = m.status == 2 ? 0xFFFFFFFF : m.atip ? msf(m.atip->leadIn) : 0;
     const uint32_t leadOut = m.status == 2 ? 0xFFFFFFFF : m.atip ? msf(m.atip->leadOut) : 0;
-    return reply(34, {{0, 2, 32}, {2, 1, state}, {3, 1, 1}, {4, 1, sessions}, {9, 1, sessions >> 8}, {5, 1, first},
-                      {10, 1, first >> 8}, {6, 1, last}, {11, 1, last >> 8}, {16, 4, leadIn}, {20, 4, leadOut}});
+    return reply(34, {{0, 2, 32},
+                      {2, 1, state},
+                      {3, 1, 1},
+                      {4, 1, sessions},
+                      {9, 1, sessions >> 8},
+                      {5, 1, first},
+                      {10, 1, first >> 8},
+                      {6, 1, last},
+                      {11, 1, last >> 8},
+                      {16, 4, leadIn},
+                      {20, 4, leadOut}});
 }
 
 // A data track by number; the next writable address of an open one.
@@ -109,9 +131,18 @@ Bytes trackInformation(const Medium &m, const uint8_t *cdb)
     const Track &t = m.tracks[n - 1];
     const bool open = t.free != 0;
     const uint32_t session = m.status == 1 && n == m.tracks.size() ? 2 : 1;
-    return reply(48, {{0, 2, 46}, {2, 1, n}, {32, 1, n >> 8}, {3, 1, session}, {33, 1, session >> 8}, {5, 1, 0x04},
-                      {6, 1, (open && t.free == t.size ? 0x40u : 0) | 0x01}, {7, 1, open}, {8, 4, t.start},
-                      {12, 4, open ? t.start + t.size - t.free : 0}, {16, 4, t.free}, {24, 4, t.size}});
+    return reply(48, {{0, 2, 46},
+                      {2, 1, n},
+                      {32, 1, n >> 8},
+                      {3, 1, session},
+                      {33, 1, session >> 8},
+                      {5, 1, 0x04},
+                      {6, 1, (open && t.free == t.size ? 0x40u : 0) | 0x01},
+                      {7, 1, open},
+                      {8, 4, t.start},
+                      {12, 4, open ? t.start + t.size - t.free : 0},
+                      {16, 4, t.free},
+                      {24, 4, t.size}});
 }
 
 Bytes formatCapacities(const Medium &m)
@@ -122,7 +153,9 @@ Bytes formatCapacities(const Medium &m)
     }
     Bytes r = reply(4, {{0, 4, static_cast<uint32_t>(8 * list.size())}});
     for (const Capacity &c : list) {
-        const Bytes d = reply(8, {{0, 4, c.blocks}, {4, 1, r.size() == 4 ? c.type & 3u : c.type << 2u}, {5, 3, c.param}});
+        const Bytes d = reply(8, {{0, 4, c.blocks},
+                                  {4, 1, r.size() == 4 ? c.type & 3u : c.type << 2u},
+                                  {5, 3, c.param}});
         r.insert(r.end(), d.begin(), d.end());
     }
     return r;
@@ -135,8 +168,10 @@ Bytes toc(const Medium &m, const uint8_t *cdb)
     const uint8_t format = cdb[2] & 0x0F;
     if (format == 4 && m.atip) {
         const Atip &a = *m.atip;
-        return reply(28, {{0, 2, 26}, {4, 1, 0x50u | (a.refSpeed & 7)},
-                          {6, 1, 0x80u | (a.rewritable ? 0x40 : 0) | (a.subType & 7) << 3}, {8, 3, msf(a.leadIn)},
+        return reply(28, {{0, 2, 26},
+                          {4, 1, 0x50u | (a.refSpeed & 7)},
+                          {6, 1, 0x80u | (a.rewritable ? 0x40 : 0) | (a.subType & 7) << 3},
+                          {8, 3, msf(a.leadIn)},
                           {12, 3, msf(a.leadOut)}});
     }
     const std::vector<Track> tracks = closedTracks(m);
@@ -145,9 +180,12 @@ Bytes toc(const Medium &m, const uint8_t *cdb)
     Bytes r = reply(4, {{0, 2, 2 + 8 * (count - first + 2)}, {2, 1, 1}, {3, 1, count}});
     for (uint32_t n = first; n <= count + 1; ++n) {
         const bool leadOut = n == count + 1;
-        const uint32_t lba = leadOut ? recordedEnd(m) : tracks[n - 1].start, f = lba + 150; // 00:02:00 is block 0
-        const uint32_t address = (cdb[1] & 0x02) != 0 ? (f / 4500 & 0xFF) << 16 | f / 75 % 60 << 8 | f % 75 : lba;
-        const Bytes d = reply(8, {{1, 1, 0x14}, {2, 1, leadOut ? 0xAA : n}, {4, 4, address}}); // a data track
+        const uint32_t lba = leadOut ? recordedEnd(m) : tracks[n - 1].start,
+                       f = lba + 150; // 00:02:00 is block 0
+        const uint32_t address =
+            (cdb[1] & 0x02) != 0 ? (f / 4500 & 0xFF) << 16 | f / 75 % 60 << 8 | f % 75 : lba;
+        const Bytes d =
+            reply(8, {{1, 1, 0x14}, {2, 1, leadOut ? 0xAA : n}, {4, 4, address}}); // a data track
         r.insert(r.end(), d.begin(), d.end());
     }
     return r;
@@ -167,9 +205,14 @@ Bytes dvdStructure(const Medium &m, const uint8_t *cdb)
     require(format == 0x00 || format == 0x10, kInvalidField);
     const uint32_t end = kFirstDataSector + p.sectors - 1;
     const uint32_t layer0End = p.twoLayers ? kFirstDataSector + p.sectors / 2 - 1 : 0;
-    return reply(4 + 2048, {{0, 2, 2 + 2048}, {4, 1, p.bookType}, {5, 1, (p.small ? 0x10u : 0) | 0x0F},
-                            {6, 1, (p.twoLayers ? 0x30u : 0) | p.layerType}, {7, 1, 0x10},
-                            {8, 4, kFirstDataSector}, {12, 4, end}, {16, 4, layer0End}});
+    return reply(4 + 2048, {{0, 2, 2 + 2048},
+                            {4, 1, p.bookType},
+                            {5, 1, (p.small ? 0x10u : 0) | 0x0F},
+                            {6, 1, (p.twoLayers ? 0x30u : 0) | p.layerType},
+                            {7, 1, 0x10},
+                            {8, 4, kFirstDataSector},
+                            {12, 4, end},
+                            {16, 4, layer0End}});
 }
 } // namespace
 
@@ -181,18 +224,29 @@ std::vector<uint8_t> MmcDrive::answer(const uint8_t *cdb) const
     // A hard disk takes no MMC commands.
     require(!m.present || m.profile != 0 || cdb[0] == 0x00 || cdb[0] == 0x12, kInvalidOpcode);
     switch (cdb[0]) {
-    case 0x00: return {};
-    case 0x12: return inquiry(*this);
-    case 0x46: return configuration(m);
-    case 0x51: return discInformation(m);
-    case 0x52: return trackInformation(m, cdb);
-    case 0x23: return formatCapacities(m);
-    case 0x43: return toc(m, cdb);
-    case 0xAD: return dvdStructure(m, cdb);
+    case 0x00:
+        return {};
+    case 0x12:
+        return inquiry(*this);
+    case 0x46:
+        return configuration(m);
+    case 0x51:
+        return discInformation(m);
+    case 0x52:
+        return trackInformation(m, cdb);
+    case 0x23:
+        return formatCapacities(m);
+    case 0x43:
+        return toc(m, cdb);
+    case 0xAD:
+        return dvdStructure(m, cdb);
     // The last block and the block length; the buffer and its blank length.
-    case 0x25: return reply(8, {{0, 4, std::max<uint32_t>(recordedEnd(m), 1) - 1}, {4, 4, kBlockLength}});
-    case 0x5C: return reply(12, {{0, 2, 10}, {4, 4, bufferBytes}, {8, 4, bufferBytes}});
-    default: throw kInvalidOpcode;
+    case 0x25:
+        return reply(8, {{0, 4, std::max<uint32_t>(recordedEnd(m), 1) - 1}, {4, 4, kBlockLength}});
+    case 0x5C:
+        return reply(12, {{0, 2, 10}, {4, 4, bufferBytes}, {8, 4, bufferBytes}});
+    default:
+        throw kInvalidOpcode;
     }
 }
 
@@ -203,8 +257,9 @@ int MmcDrive::execute(sg_io_hdr_t &hdr)
         return -1;
     }
     issued.push_back({Bytes(hdr.cmdp, hdr.cmdp + hdr.cmd_len), hdr});
-    auto fault = std::find_if(faults_.begin(), faults_.end(),
-                              [&](const Fault &f) { return f.opcode == hdr.cmdp[0] && f.count > 0; });
+    auto fault = std::find_if(faults_.begin(), faults_.end(), [&](const Fault &f) {
+        return f.opcode == hdr.cmdp[0] && f.count > 0;
+    });
     const bool faulty = fault != faults_.end() && fault->after-- <= 0 && fault->count-- > 0;
     const auto canned = replies_.find(hdr.cmdp[0]);
     std::optional<Sense> sense = faulty ? fault->sense : std::nullopt;
@@ -215,7 +270,8 @@ int MmcDrive::execute(sg_io_hdr_t &hdr)
         sense = refused;
     }
     const bool failed = faulty || sense;
-    const size_t n = failed ? 0 : std::min<size_t>({data.size(), allocationOf(hdr.cmdp), hdr.dxfer_len});
+    const size_t n =
+        failed ? 0 : std::min<size_t>({data.size(), allocationOf(hdr.cmdp), hdr.dxfer_len});
     std::copy_n(data.begin(), hdr.dxferp != nullptr ? n : 0, static_cast<uint8_t *>(hdr.dxferp));
     hdr.resid = static_cast<int>(hdr.dxfer_len - n);
     hdr.info = failed ? SG_INFO_CHECK : SG_INFO_OK;
@@ -226,8 +282,11 @@ int MmcDrive::execute(sg_io_hdr_t &hdr)
     hdr.msg_status = 0;
     hdr.sb_len_wr = sense ? std::min(kSenseLength, hdr.mx_sb_len) : 0;
     const Sense k = sense.value_or(Sense{});
-    const Bytes bytes = reply(kSenseLength, {{0, 1, 0x70}, {2, 1, k.keyByte}, {7, 1, kSenseLength - 8u},
-                                             {12, 1, k.asc}, {13, 1, k.ascq}}); // fixed format, current
+    const Bytes bytes = reply(kSenseLength, {{0, 1, 0x70},
+                                             {2, 1, k.keyByte},
+                                             {7, 1, kSenseLength - 8u},
+                                             {12, 1, k.asc},
+                                             {13, 1, k.ascq}}); // fixed format, current
     std::copy_n(bytes.begin(), hdr.sbp != nullptr ? hdr.sb_len_wr : 0, hdr.sbp);
     return 0;
 }
@@ -259,34 +318,71 @@ const Medium kNone = {.name = "no medium", .present = false};
 const Medium kCdRom = {"CD-ROM", 0x0008, 2, {{0, 269850}}};
 const Medium kCdRBlank = {"CD-R blank", 0x0009, 0, {{0, 359849, 359849}}, {}, {}, kCdR80};
 // Lead-out of the first session at 10:00:00; the second session is open.
-const Medium kCdROneTrack = {"CD-R one track", 0x0009, 1, {{0, 44850}, {56250, 303599, 303599}}, {}, {}, kCdR80};
-const Medium kCdRTwoTracks = {
-    "CD-R two tracks", 0x0009, 1, {{0, 22350}, {22500, 22350}, {56250, 303599, 303599}}, {}, {}, kCdR80};
+const Medium kCdROneTrack = {
+    "CD-R one track", 0x0009, 1, {{0, 44850}, {56250, 303599, 303599}}, {}, {}, kCdR80};
+const Medium kCdRTwoTracks = {"CD-R two tracks",
+                              0x0009,
+                              1,
+                              {{0, 22350}, {22500, 22350}, {56250, 303599, 303599}},
+                              {},
+                              {},
+                              kCdR80};
 const Medium kCdRFinalized = {"CD-R finalized", 0x0009, 2, {{0, 300000}}, {}, {}, kCdR80};
 const Medium kCdRw = {"CD-RW blank", 0x000A, 0, {{0, 334950, 334950}}, {}, {}, kCdRw74};
 const Medium kDvdRom = {"DVD-ROM", 0x0010, 2, {{0, 2100000}}, {}, Physical{0x01, 1, 2100000}};
-const Medium kDvdR = {
-    "DVD-R blank", 0x0011, 0, {{0, 2298496, 2298496}}, {{2298496, 1, 2048}}, Physical{0x25, 2, 2298496}};
-const Medium kDvdR80mm = {"DVD-R 8 cm incomplete", 0x0011, 1, {{0, 100000}, {111904, 600987, 600987}},
-                          {{712891, 1, 2048}}, Physical{0x25, 2, 712891, true}};
-const Medium kDvdRDualLayer = {"DVD-R dual layer", 0x0015, 0, {{0, 4171712, 4171712}}, {{4171712, 1, 2048}},
+const Medium kDvdR = {"DVD-R blank",
+                      0x0011,
+                      0,
+                      {{0, 2298496, 2298496}},
+                      {{2298496, 1, 2048}},
+                      Physical{0x25, 2, 2298496}};
+const Medium kDvdR80mm = {"DVD-R 8 cm incomplete",
+                          0x0011,
+                          1,
+                          {{0, 100000}, {111904, 600987, 600987}},
+                          {{712891, 1, 2048}},
+                          Physical{0x25, 2, 712891, true}};
+const Medium kDvdRDualLayer = {"DVD-R dual layer",
+                               0x0015,
+                               0,
+                               {{0, 4171712, 4171712}},
+                               {{4171712, 1, 2048}},
                                Physical{0x21, 2, 4171712, false, true}};
-const Medium kDvdRwSequential = {"DVD-RW sequential incomplete", 0x0014, 1, {{0, 500000}, {530000, 1767888, 1767888}},
-                                 kDvdRwFormats, kDvdRw};
-const Medium kDvdRwRestricted = {"DVD-RW restricted overwrite", 0x0013, 2, {{0, 2297888}}, kDvdRwFormats, kDvdRw};
-const Medium kDvdPlusR = {"DVD+R incomplete", 0x001B, 1, {{0, 300000}, {318000, 1977104, 1977104}},
-                          {{2295104, 1, 2048}}, Physical{0xA1, 2, 2295104}};
+const Medium kDvdRwSequential = {"DVD-RW sequential incomplete",
+                                 0x0014,
+                                 1,
+                                 {{0, 500000}, {530000, 1767888, 1767888}},
+                                 kDvdRwFormats,
+                                 kDvdRw};
+const Medium kDvdRwRestricted = {
+    "DVD-RW restricted overwrite", 0x0013, 2, {{0, 2297888}}, kDvdRwFormats, kDvdRw};
+const Medium kDvdPlusR = {"DVD+R incomplete",
+                          0x001B,
+                          1,
+                          {{0, 300000}, {318000, 1977104, 1977104}},
+                          {{2295104, 1, 2048}},
+                          Physical{0xA1, 2, 2295104}};
 const Medium kDvdPlusRwBlank = {
-    "DVD+RW blank", 0x001A, 0, {{0, 2295104, 2295104}}, {{2295104, 1, 2048}, {2295104, 0x26, 0}}, kDvdPlusRw};
+    "DVD+RW blank", 0x001A, 0, {{0, 2295104, 2295104}}, {{2295104, 1, 2048}, {2295104, 0x26, 0}},
+    kDvdPlusRw};
 const Medium kDvdPlusRwFormatted = {
-    "DVD+RW formatted", 0x001A, 2, {{0, 2295104}}, {{2295104, 2, 2048}, {2295104, 0x26, 0}}, kDvdPlusRw};
-const Medium kDvdRam = {"DVD-RAM", 0x0012, 3, {{0, 2236704}},
-                        {{2236704, 2, 2048}, {2236704, 0x00, 2048}, {2295104, 0x01, 0}}, Physical{0x16, 4, 2236704}};
+    "DVD+RW formatted", 0x001A, 2, {{0, 2295104}}, {{2295104, 2, 2048}, {2295104, 0x26, 0}},
+    kDvdPlusRw};
+const Medium kDvdRam = {"DVD-RAM",
+                        0x0012,
+                        3,
+                        {{0, 2236704}},
+                        {{2236704, 2, 2048}, {2236704, 0x00, 2048}, {2295104, 0x01, 0}},
+                        Physical{0x16, 4, 2236704}};
 const Medium kDdcdRom = {"DDCD-ROM", 0x0020, 2, {{0, 600000}}};
 const Medium kBdRom = {"BD-ROM", 0x0040, 2, {{0, 11826176}}, {{11826176, 2, 2048}}};
-const Medium kBdR = {"BD-R blank", 0x0041, 0, {{0, 12219392, 12219392}},
+const Medium kBdR = {"BD-R blank",
+                     0x0041,
+                     0,
+                     {{0, 12219392, 12219392}},
                      {{12219392, 1, 2048}, {11826176, 0x00, 0x3000}, {11826176, 0x32, 0x3000}}};
-const Medium kHdDvdRom = {"HD DVD-ROM", 0x0050, 2, {{0, 7461600}}}; // a profile the library doesn't know
+const Medium kHdDvdRom = {
+    "HD DVD-ROM", 0x0050, 2, {{0, 7461600}}}; // a profile the library doesn't know
 } // namespace media
 
 } // namespace fake

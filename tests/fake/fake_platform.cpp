@@ -29,8 +29,8 @@ void Device::record(unsigned long code, const void *arg, size_t size)
 {
     const auto *p = static_cast<const uint8_t *>(arg);
     std::lock_guard lock(mutex_);
-    requests_.push_back({code, p != nullptr ? std::vector<uint8_t>(p, p + size)
-                                            : std::vector<uint8_t>{}});
+    requests_.push_back(
+        {code, p != nullptr ? std::vector<uint8_t>(p, p + size) : std::vector<uint8_t>{}});
 }
 
 State &state()
@@ -92,7 +92,6 @@ void reset()
     state().roots.clear();
     clock::disable();
 }
-
 
 int openDescriptorCount()
 {

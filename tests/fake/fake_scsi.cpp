@@ -13,23 +13,32 @@ namespace fake {
 
 int ScsiNode::ioctl(unsigned long code, void *arg)
 {
-    const size_t size = code == SG_IO ? sizeof(sg_io_hdr_t) : code == SCSI_IOCTL_GET_IDLUN ? 8 : sizeof(int);
+    const size_t size = code == SG_IO                  ? sizeof(sg_io_hdr_t)
+                        : code == SCSI_IOCTL_GET_IDLUN ? 8
+                                                       : sizeof(int);
     record(code, arg, size);
     if (auto it = failures.find(code); it != failures.end()) {
         errno = it->second;
         return -1;
     }
     switch (code) {
-    case SG_GET_VERSION_NUM: *static_cast<int *>(arg) = sgVersion; return 0;
-    case SCSI_IOCTL_GET_BUS_NUMBER: *static_cast<int *>(arg) = address.host; return 0;
+    case SG_GET_VERSION_NUM:
+        *static_cast<int *>(arg) = sgVersion;
+        return 0;
+    case SCSI_IOCTL_GET_BUS_NUMBER:
+        *static_cast<int *>(arg) = address.host;
+        return 0;
     case SCSI_IOCTL_GET_IDLUN: // the kernel's word: host, channel, lun, id from the high byte down
-        static_cast<uint32_t *>(arg)[0] = static_cast<uint32_t>((address.host & 0xFF) << 24 |
-                                                                (address.channel & 0xFF) << 16 |
-                                                                (address.lun & 0xFF) << 8 | (address.id & 0xFF));
+        static_cast<uint32_t *>(arg)[0] =
+            static_cast<uint32_t>((address.host & 0xFF) << 24 | (address.channel & 0xFF) << 16 |
+                                  (address.lun & 0xFF) << 8 | (address.id & 0xFF));
         static_cast<uint32_t *>(arg)[1] = static_cast<uint32_t>(address.host + 1);
         return 0;
-    case SG_IO: return drive->execute(*static_cast<sg_io_hdr_t *>(arg));
-    default: errno = ENOTTY; return -1;
+    case SG_IO:
+        return drive->execute(*static_cast<sg_io_hdr_t *>(arg));
+    default:
+        errno = ENOTTY;
+        return -1;
     }
 }
 
@@ -46,9 +55,11 @@ void hideScsiNodes()
     }
 }
 
-std::shared_ptr<ScsiNode> addScsiNode(const std::string &path, ScsiAddress address, std::shared_ptr<MmcDrive> drive)
+std::shared_ptr<ScsiNode> addScsiNode(const std::string &path, ScsiAddress address,
+                                      std::shared_ptr<MmcDrive> drive)
 {
-    auto node = std::make_shared<ScsiNode>(address, drive ? std::move(drive) : std::make_shared<MmcDrive>(media::kDisk));
+    auto node = std::make_shared<ScsiNode>(
+        address, drive ? std::move(drive) : std::make_shared<MmcDrive>(media::kDisk));
     addDevice(path, node);
     return node;
 }
@@ -75,7 +86,8 @@ DiscInfo discInfo(int type1, int type2, int type3, int appendable, int lastTrack
     return d;
 }
 
-OpenDrive::OpenDrive(const Medium &medium, const std::string &path) : drive(std::make_shared<MmcDrive>(medium))
+OpenDrive::OpenDrive(const Medium &medium, const std::string &path)
+    : drive(std::make_shared<MmcDrive>(medium))
 {
     hideScsiNodes();
     node = addScsiNode(path, {0, 0, 0, 0}, drive);

@@ -14,11 +14,16 @@
 
 namespace fake {
 
-struct ScsiAddress { int host, channel, id, lun; };
+struct ScsiAddress {
+    int host, channel, id, lun;
+};
 
 class ScsiNode : public Device {
 public:
-    ScsiNode(ScsiAddress address, std::shared_ptr<MmcDrive> drive) : address(address), drive(std::move(drive)) {}
+    ScsiNode(ScsiAddress address, std::shared_ptr<MmcDrive> drive)
+        : address(address), drive(std::move(drive))
+    {
+    }
 
     ScsiAddress address;
     int sgVersion = 30536;                 // answered to SG_GET_VERSION_NUM
@@ -45,7 +50,8 @@ std::string logOf(const std::function<void()> &fn);
 std::string logLines(const std::string &prefix, const std::string &text);
 
 // A disc record with the fields the operations read.
-DiscInfo discInfo(int type1, int type2, int type3 = 0, int appendable = 0, int lastTrack = 0, uint64_t total = 0);
+DiscInfo discInfo(int type1, int type2, int type3 = 0, int appendable = 0, int lastTrack = 0,
+                  uint64_t total = 0);
 
 // A drive on a generic node with the other SCSI paths hidden, and the node
 // open as the library opens it, for the life of the object.

@@ -65,44 +65,41 @@ mode_t modeArg(int flags, va_list ap)
 
 // Path calls that come in several spellings: each spelling gets a wrapper of
 // its own that redirects the path and calls that spelling's real function.
-#define DEFINE_OPEN(sym)                                                                   \
-    int REAL(sym)(const char *path, int flags, ...);                                       \
-    int WRAP(sym)(const char *path, int flags, ...)                                        \
-    {                                                                                      \
-        va_list ap;                                                                        \
-        va_start(ap, flags);                                                               \
-        const mode_t mode = modeArg(flags, ap);                                            \
-        va_end(ap);                                                                        \
-        const int fd = openDevice(path, [](const char *p, int f, mode_t m) {               \
-            return REAL(sym)(p, f, m);                                                     \
-        });                                                                                \
-        return fd != kNotFake ? fd : REAL(sym)(fake::resolve(path).c_str(), flags, mode);  \
+#define DEFINE_OPEN(sym)                                                                         \
+    int REAL(sym)(const char *path, int flags, ...);                                             \
+    int WRAP(sym)(const char *path, int flags, ...)                                              \
+    {                                                                                            \
+        va_list ap;                                                                              \
+        va_start(ap, flags);                                                                     \
+        const mode_t mode = modeArg(flags, ap);                                                  \
+        va_end(ap);                                                                              \
+        const int fd =                                                                           \
+            openDevice(path, [](const char *p, int f, mode_t m) { return REAL(sym)(p, f, m); }); \
+        return fd != kNotFake ? fd : REAL(sym)(fake::resolve(path).c_str(), flags, mode);        \
     }
-#define DEFINE_OPENAT(sym)                                                                 \
-    int REAL(sym)(int dirfd, const char *path, int flags, ...);                            \
-    int WRAP(sym)(int dirfd, const char *path, int flags, ...)                             \
-    {                                                                                      \
-        va_list ap;                                                                        \
-        va_start(ap, flags);                                                               \
-        const mode_t mode = modeArg(flags, ap);                                            \
-        va_end(ap);                                                                        \
-        const int fd = openDevice(path, [](const char *p, int f, mode_t m) {               \
-            return REAL(sym)(AT_FDCWD, p, f, m);                                           \
-        });                                                                                \
-        return fd != kNotFake ? fd                                                         \
-                              : REAL(sym)(dirfd, fake::resolve(path).c_str(), flags, mode); \
+#define DEFINE_OPENAT(sym)                                                                       \
+    int REAL(sym)(int dirfd, const char *path, int flags, ...);                                  \
+    int WRAP(sym)(int dirfd, const char *path, int flags, ...)                                   \
+    {                                                                                            \
+        va_list ap;                                                                              \
+        va_start(ap, flags);                                                                     \
+        const mode_t mode = modeArg(flags, ap);                                                  \
+        va_end(ap);                                                                              \
+        const int fd = openDevice(                                                               \
+            path, [](const char *p, int f, mode_t m) { return REAL(sym)(AT_FDCWD, p, f, m); });  \
+        return fd != kNotFake ? fd : REAL(sym)(dirfd, fake::resolve(path).c_str(), flags, mode); \
     }
-#define DEFINE_FOPEN(sym)                                                                  \
-    FILE *REAL(sym)(const char *path, const char *mode);                                   \
-    FILE *WRAP(sym)(const char *path, const char *mode)                                    \
-    {                                                                                      \
-        return REAL(sym)(fake::resolve(path).c_str(), mode);                               \
+#define DEFINE_FOPEN(sym)                                    \
+    FILE *REAL(sym)(const char *path, const char *mode);     \
+    FILE *WRAP(sym)(const char *path, const char *mode)      \
+    {                                                        \
+        return REAL(sym)(fake::resolve(path).c_str(), mode); \
     }
-#define DEFINE_STAT(sym)                                                                   \
-    int REAL(sym)(const char *path, struct stat *st);                                      \
-    int WRAP(sym)(const char *path, struct stat *st)                                       \
-    {                                                                                      \
-        return REAL(sym)(fake::resolve(path).c_str(), st);                                 \
+#define DEFINE_STAT(sym)                                   \
+    int REAL(sym)(const char *path, struct stat *st);      \
+    int WRAP(sym)(const char *path, struct stat *st)       \
+    {                                                      \
+        return REAL(sym)(fake::resolve(path).c_str(), st); \
     }
 
 #if __SIZEOF_POINTER__ == 4
@@ -202,7 +199,9 @@ int __wrap_usleep(useconds_t us)
 
 unsigned __wrap_sleep(unsigned seconds)
 {
-    return fake::clock::sleepFor(static_cast<int64_t>(seconds) * kNsPerSecond) ? 0 : __real_sleep(seconds);
+    return fake::clock::sleepFor(static_cast<int64_t>(seconds) * kNsPerSecond)
+               ? 0
+               : __real_sleep(seconds);
 }
 
 time_t WRAP(SYM_TIME)(time_t *out)

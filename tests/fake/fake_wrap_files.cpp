@@ -55,7 +55,8 @@ int __wrap_mkstemp64(char *tmpl)
     const int fd = __real_mkstemp64(resolved.data());
     const size_t n = strlen(tmpl);
     if (fd >= 0 && n >= kTemplateTail && resolved.size() >= kTemplateTail) {
-        memcpy(tmpl + n - kTemplateTail, resolved.data() + resolved.size() - kTemplateTail, kTemplateTail);
+        memcpy(tmpl + n - kTemplateTail, resolved.data() + resolved.size() - kTemplateTail,
+               kTemplateTail);
     }
     return fd;
 }

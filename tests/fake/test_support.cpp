@@ -18,11 +18,13 @@ std::string withoutLineNumbers(const std::string &log)
         end = end == std::string::npos ? log.size() : end + 1;
         std::string line = log.substr(pos, end - pos);
         size_t i = 0;
-        while (i < line.size() && (isalnum(static_cast<unsigned char>(line[i])) || line[i] == '_' || line[i] == '.')) {
+        while (i < line.size() &&
+               (isalnum(static_cast<unsigned char>(line[i])) || line[i] == '_' || line[i] == '.')) {
             ++i;
         }
         size_t digits = i + 1;
-        while (i > 0 && digits < line.size() && line[i] == ',' && isdigit(static_cast<unsigned char>(line[digits]))) {
+        while (i > 0 && digits < line.size() && line[i] == ',' &&
+               isdigit(static_cast<unsigned char>(line[digits]))) {
             ++digits;
         }
         if (i > 0 && digits > i + 1 && digits < line.size() && line[digits] == ':') {

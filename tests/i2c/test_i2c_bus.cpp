@@ -115,8 +115,8 @@ TEST_F(I2CBus, BoardRecordsAreBigEndianBytes)
     DVR_SendI2CBlock(0x50, 0x0102, 2, two);
     const auto reqs = board->requests();
     ASSERT_EQ(reqs.size(), 1u);
-    std::vector<uint8_t> expect = {0x50, 0x00, 0x00, 0x00, 0x00, 0x00, 0x01, 0x02,
-                                   0x00, 0x00, 0x00, 0x01};
+    std::vector<uint8_t> expect = {0x50, 0x00, 0x00, 0x00, 0x00, 0x00,
+                                   0x01, 0x02, 0x00, 0x00, 0x00, 0x01};
     expect.resize(16);
     memcpy(&expect[12], reqs[0].bytes.data() + 12, 4); // the staging buffer's address
     expect.insert(expect.end(), {0x00, 0x00, 0x00, 0x02});
@@ -130,7 +130,8 @@ TEST_F(I2CBus, LongWriteIsCutIntoChunksOf1024)
     std::vector<uint8_t> data(3000);
     std::iota(data.begin(), data.end(), 0);
     ASSERT_EQ(DVR_SendI2CBlock(0x50, 0x10, 3000, data.data()), 0);
-    EXPECT_EQ(seen(), (std::vector<Seen>{{'W', 0x10, 1024}, {'W', 0x410, 1024}, {'W', 0x810, 952}}));
+    EXPECT_EQ(seen(),
+              (std::vector<Seen>{{'W', 0x10, 1024}, {'W', 0x410, 1024}, {'W', 0x810, 952}}));
     EXPECT_TRUE(std::equal(data.begin(), data.end(), board->memory(0x50).begin() + 0x10));
 }
 
@@ -178,9 +179,11 @@ TEST_F(I2CBus, WriteFailureMessageAndEfaultSilence)
 {
     uint8_t data[2] = {0x30, 0x31};
     board->failNext(Board::kWrite, 17, EIO);
-    std::string log = fake::captureStdout([&] { EXPECT_EQ(DVR_SendI2CBlock(0x6C, 0x45, 2, data), -1); });
-    EXPECT_EQ(fake::withoutLineNumbers(log),
-              "i2c_bus.cpp,N: [0] ZL740_IOCTL_I2C_WRITE(0x6C, 0x45, 0x30) error : Input/output error\n");
+    std::string log =
+        fake::captureStdout([&] { EXPECT_EQ(DVR_SendI2CBlock(0x6C, 0x45, 2, data), -1); });
+    EXPECT_EQ(
+        fake::withoutLineNumbers(log),
+        "i2c_bus.cpp,N: [0] ZL740_IOCTL_I2C_WRITE(0x6C, 0x45, 0x30) error : Input/output error\n");
     EXPECT_EQ(board->requests().size(), 17u);
 
     board->failNext(Board::kWrite, 17, EFAULT);
@@ -222,7 +225,10 @@ INSTANTIATE_TEST_SUITE_P(
     Edges, EepromPages,
     testing::Values(
         PageCase{0x20, 32, {{'P', 0x20, 32}}},
-        PageCase{0x1C, 40, {{'R', 0x00, 28}, {'P', 0x00, 32}, {'P', 0x20, 32}, {'R', 0x44, 28}, {'P', 0x40, 32}}},
+        PageCase{
+            0x1C,
+            40,
+            {{'R', 0x00, 28}, {'P', 0x00, 32}, {'P', 0x20, 32}, {'R', 0x44, 28}, {'P', 0x40, 32}}},
         PageCase{0x23, 1, {{'R', 0x20, 3}, {'R', 0x24, 28}, {'P', 0x20, 32}}},
         PageCase{0x1F, 1, {{'R', 0x00, 31}, {'P', 0x00, 32}}},
         PageCase{0x40, 0, {{'R', 0x40, 32}, {'P', 0x40, 32}}},
@@ -286,9 +292,13 @@ TEST_F(I2CBus, BadLengthsAndClosedDriver)
     std::swap(fd, gI2CDriverFd);
     EXPECT_EQ(DVR_ReadI2CBlock(0x6C, 0, 1, &byte), -1);
     EXPECT_EQ(byte, 0xFF);
-    const std::string log = fake::captureStdout([&] { EXPECT_EQ(DVR_SendI2CData(0x6C, 0, 1), -1); });
+    const std::string log =
+        fake::captureStdout([&] { EXPECT_EQ(DVR_SendI2CData(0x6C, 0, 1), -1); });
     // The text of errno is the kernel's (qemu answers ENOSYS where Linux says EBADF).
-    EXPECT_EQ(fake::withoutLineNumbers(log).rfind("i2c_bus.cpp,N: [0] ZL740_IOCTL_I2C_WRITE(0x6C, 0x0, 0x1) error : ", 0), 0u) << log;
+    EXPECT_EQ(fake::withoutLineNumbers(log).rfind(
+                  "i2c_bus.cpp,N: [0] ZL740_IOCTL_I2C_WRITE(0x6C, 0x0, 0x1) error : ", 0),
+              0u)
+        << log;
     std::swap(fd, gI2CDriverFd);
 }
 

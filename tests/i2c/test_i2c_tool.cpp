@@ -90,19 +90,19 @@ TEST_P(ToolLines, PrintsTheResultLine)
 
 INSTANTIATE_TEST_SUITE_P(
     Arguments, ToolLines,
-    testing::Values(
-        ToolCase{{"6C", "45"}, ""},
-        ToolCase{{"-v", "6C", "45"}, "[r] (0x6C, 0x45, 0x5A)\n"},
-        ToolCase{{"-v", "0x6c", "0x45"}, "[r] (0x6C, 0x45, 0x5A)\n"},
-        ToolCase{{"-v", "6C", "45", "130"}, "[w] (0x6C, 0x45, 0x30)\n"},
-        ToolCase{{"-v", "DC", "10"}, "[r] (0xDC, 0x10, 0xBEEF)\n"},
-        ToolCase{{"-v", "DC", "11", "1234"}, "[w] (0xDC, 0x11, 0x1234)\n"},
-        ToolCase{{"-v", "6C", "1ABCD"}, "[r] (0x6C, 0xABCD, 0xFF)\n"},
-        ToolCase{{"-v", "77", "1"}, "[r] (0x77, 0x1, 0xFF)\n"},
-        ToolCase{{"-v", "zz", "q"}, "[r] (0x0, 0x0, 0xFF)\n"},
-        ToolCase{{"-w", "-v", "6C", "45"}, "i2c_tool.cpp,N: Action [w]\n[r] (0x6C, 0x45, 0x5A)\n"},
-        ToolCase{{"-v", "-f", "/no/such/batch", "6C", "45"},
-                 "i2c_tool.cpp,N: Using [/no/such/batch]\n[r] (0x6C, 0x45, 0x5A)\n"}));
+    testing::Values(ToolCase{{"6C", "45"}, ""},
+                    ToolCase{{"-v", "6C", "45"}, "[r] (0x6C, 0x45, 0x5A)\n"},
+                    ToolCase{{"-v", "0x6c", "0x45"}, "[r] (0x6C, 0x45, 0x5A)\n"},
+                    ToolCase{{"-v", "6C", "45", "130"}, "[w] (0x6C, 0x45, 0x30)\n"},
+                    ToolCase{{"-v", "DC", "10"}, "[r] (0xDC, 0x10, 0xBEEF)\n"},
+                    ToolCase{{"-v", "DC", "11", "1234"}, "[w] (0xDC, 0x11, 0x1234)\n"},
+                    ToolCase{{"-v", "6C", "1ABCD"}, "[r] (0x6C, 0xABCD, 0xFF)\n"},
+                    ToolCase{{"-v", "77", "1"}, "[r] (0x77, 0x1, 0xFF)\n"},
+                    ToolCase{{"-v", "zz", "q"}, "[r] (0x0, 0x0, 0xFF)\n"},
+                    ToolCase{{"-w", "-v", "6C", "45"},
+                             "i2c_tool.cpp,N: Action [w]\n[r] (0x6C, 0x45, 0x5A)\n"},
+                    ToolCase{{"-v", "-f", "/no/such/batch", "6C", "45"},
+                             "i2c_tool.cpp,N: Using [/no/such/batch]\n[r] (0x6C, 0x45, 0x5A)\n"}));
 
 TEST_F(I2CTool, WordDeviceSendsHighByteFirst)
 {
@@ -125,19 +125,21 @@ TEST_F(I2CTool, IdAbove8BitsTakesTheBytePath)
 TEST_F(I2CTool, DriverThatCannotOpen)
 {
     board->openErrno = ENODEV;
-    EXPECT_EQ(run({"-v", "6C", "45"}), "i2c_tool.cpp,N: open(/dev/zl340_main) fail : No such device\n");
-    EXPECT_EQ(run({"-f", dir.write("b", "6C,45\n")}),
-              "i2c_tool.cpp,N: Using [" + dir.file("b") + "]\n"
+    EXPECT_EQ(run({"-v", "6C", "45"}),
               "i2c_tool.cpp,N: open(/dev/zl340_main) fail : No such device\n");
+    EXPECT_EQ(run({"-f", dir.write("b", "6C,45\n")}),
+              "i2c_tool.cpp,N: Using [" + dir.file("b") +
+                  "]\n"
+                  "i2c_tool.cpp,N: open(/dev/zl340_main) fail : No such device\n");
 }
 
 TEST_F(I2CTool, BatchFileThatCannotOpen)
 {
     const std::string path = dir.file("missing");
-    EXPECT_EQ(run({"-f", path}),
-              "i2c_tool.cpp,N: Using [" + path + "]\nfopen(" + path + ") fail : No such file or directory\n");
-    EXPECT_EQ(run({"-f", path, "6C"}),
-              "i2c_tool.cpp,N: Using [" + path + "]\nfopen(" + path + ") fail : No such file or directory\n");
+    EXPECT_EQ(run({"-f", path}), "i2c_tool.cpp,N: Using [" + path + "]\nfopen(" + path +
+                                     ") fail : No such file or directory\n");
+    EXPECT_EQ(run({"-f", path, "6C"}), "i2c_tool.cpp,N: Using [" + path + "]\nfopen(" + path +
+                                           ") fail : No such file or directory\n");
 }
 
 TEST_F(I2CTool, BatchReplaysLinesWithAnySeparators)
@@ -153,13 +155,14 @@ TEST_F(I2CTool, BatchReplaysLinesWithAnySeparators)
                                        "DC,10,ABCD\n"
                                        "DC,10\n"
                                        "6C,46,1ff"); // no final line feed
-    EXPECT_EQ(run({"-v", "-f", path}), "i2c_tool.cpp,N: Using [" + path + "]\n"
-                                       "[r] (0x6C, 0x45, 0x11)\n"
-                                       "[w] (0x6C, 0x45, 0x30)\n"
-                                       "[r] (0x6C, 0x45, 0x30)\n"
-                                       "[w] (0xDC, 0x10, 0xABCD)\n"
-                                       "[r] (0xDC, 0x10, 0xABCD)\n"
-                                       "[w] (0x6C, 0x46, 0xFF)\n");
+    EXPECT_EQ(run({"-v", "-f", path}), "i2c_tool.cpp,N: Using [" + path +
+                                           "]\n"
+                                           "[r] (0x6C, 0x45, 0x11)\n"
+                                           "[w] (0x6C, 0x45, 0x30)\n"
+                                           "[r] (0x6C, 0x45, 0x30)\n"
+                                           "[w] (0xDC, 0x10, 0xABCD)\n"
+                                           "[r] (0xDC, 0x10, 0xABCD)\n"
+                                           "[w] (0x6C, 0x46, 0xFF)\n");
     EXPECT_EQ(run({"-f", path}), "i2c_tool.cpp,N: Using [" + path + "]\n");
 }
 
@@ -168,12 +171,14 @@ TEST_F(I2CTool, BatchLineLongerThanTheBufferArrivesInPieces)
     // 255 blanks fill the first piece, which has no token; "6C,45" follows
     // as a line of its own.
     const std::string path = dir.write("long", std::string(255, ' ') + "6C,45\n");
-    EXPECT_EQ(run({"-v", "-f", path}), "i2c_tool.cpp,N: Using [" + path + "]\n"
-                                       "[r] (0x6C, 0x45, 0x0)\n");
+    EXPECT_EQ(run({"-v", "-f", path}), "i2c_tool.cpp,N: Using [" + path +
+                                           "]\n"
+                                           "[r] (0x6C, 0x45, 0x0)\n");
     // Split inside the first token: "6" ends the first piece, "C,45" the next.
     const std::string split = dir.write("split", std::string(254, ' ') + "6C,45\n");
-    EXPECT_EQ(run({"-v", "-f", split}), "i2c_tool.cpp,N: Using [" + split + "]\n"
-                                        "[r] (0xC, 0x45, 0xFF)\n");
+    EXPECT_EQ(run({"-v", "-f", split}), "i2c_tool.cpp,N: Using [" + split +
+                                            "]\n"
+                                            "[r] (0xC, 0x45, 0xFF)\n");
 }
 
 TEST_F(I2CTool, BatchOfLoneValuesOpensAndClosesTheDriverOnly)
@@ -194,7 +199,8 @@ TEST_F(I2CTool, BatchCountsFailuresAcrossLines)
     const std::string out = run({"-f", path});
     EXPECT_EQ(board->requests().size(), 16u * 17u);
     size_t warnings = 0;
-    for (size_t at = 0; (at = out.find("Warning : I2C[0x77] is turnned off", at)) != std::string::npos; ++at) {
+    for (size_t at = 0;
+         (at = out.find("Warning : I2C[0x77] is turnned off", at)) != std::string::npos; ++at) {
         ++warnings;
     }
     EXPECT_EQ(warnings, 1u);

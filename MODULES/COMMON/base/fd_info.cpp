@@ -14,8 +14,8 @@ struct TypeName {
     const char *name;
 };
 constexpr TypeName kTypeNames[] = {
-    {S_IFDIR, "Dir"},       {S_IFREG, "RegularfFile"}, {S_IFBLK, "BlockDev"},
-    {S_IFIFO, "FIFO"},      {S_IFCHR, "CharDev"},      {S_IFSOCK, "Socket"},
+    {S_IFDIR, "Dir"},  {S_IFREG, "RegularfFile"}, {S_IFBLK, "BlockDev"},
+    {S_IFIFO, "FIFO"}, {S_IFCHR, "CharDev"},      {S_IFSOCK, "Socket"},
 };
 
 void showType(int fd, const struct stat &st)

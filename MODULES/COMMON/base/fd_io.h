@@ -4,6 +4,7 @@
 #define DVR_FD_IO_H
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <dirent.h>
 #include <memory>
@@ -14,11 +15,11 @@
 
 // Logs a failed call's message, whose last conversion is the text of errno,
 // and leaves errno as the call left it for the caller to look at.
-#define COM_LOG_FAILED_CALL(func, fmt, ...)                                                     \
-    do {                                                                                  \
-        const int savedErrno_ = errno;                                                    \
-        COM_LOG((func), fmt, __VA_ARGS__ __VA_OPT__(, ) strerror(savedErrno_));           \
-        errno = savedErrno_;                                                              \
+#define COM_LOG_FAILED_CALL(func, fmt, ...)                                     \
+    do {                                                                        \
+        const int savedErrno_ = errno;                                          \
+        COM_LOG((func), fmt, __VA_ARGS__ __VA_OPT__(, ) strerror(savedErrno_)); \
+        errno = savedErrno_;                                                    \
     } while (0)
 
 namespace fdio {
@@ -37,15 +38,50 @@ public:
     bool valid() const { return fd_ >= 0; }
     // Closes now; returns what close() returned, -1 if nothing was open.
     int close() { return COM_SafeClose(&fd_); }
+    // Hands the descriptor out; the owner no longer closes it.
+    int release()
+    {
+        const int fd = fd_;
+        fd_ = -1;
+        return fd;
+    }
 
 private:
     int fd_;
 };
 
+// Sockets are descriptors: UniqueFd owns them too.
+
 struct DirCloser {
     void operator()(DIR *dir) const { closedir(dir); }
 };
 using UniqueDir = std::unique_ptr<DIR, DirCloser>;
+
+struct FileCloser {
+    void operator()(FILE *f) const { fclose(f); }
+};
+// A stdio stream; release() hands it out, reset() closes it early.
+using UniqueFile = std::unique_ptr<FILE, FileCloser>;
+
+struct PipeCloser {
+    void operator()(FILE *f) const { pclose(f); }
+};
+// A stream of popen(), closed by pclose().
+using UniquePipe = std::unique_ptr<FILE, PipeCloser>;
+
+// The one place the library opens streams, directories and pipes.
+inline UniqueFile openFile(const char *path, const char *mode)
+{
+    return UniqueFile(fopen(path, mode));
+}
+inline UniqueDir openDir(const char *path)
+{
+    return UniqueDir(opendir(path));
+}
+inline UniquePipe openPipe(const char *command, const char *mode)
+{
+    return UniquePipe(popen(command, mode));
+}
 
 // read() restarted after a signal.
 ssize_t readSome(int fd, void *buf, size_t size);

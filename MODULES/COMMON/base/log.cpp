@@ -7,7 +7,7 @@
 namespace {
 // Most messages fit the first buffer and cost one formatting pass.
 constexpr size_t kFirstLogBufferSize = 256;
-}
+} // namespace
 
 int COM_Printf(const char *file, int line, const char *func, const char *fmt, ...)
 {

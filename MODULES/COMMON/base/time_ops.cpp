@@ -20,7 +20,8 @@ int64_t COM_GetTimeMs(void)
     struct timeval now {};
     gettimeofday(&now, nullptr);
     // Computed in 32 bits: the clock wraps about every 49 days.
-    const uint32_t ms = static_cast<uint32_t>(now.tv_sec) * 1000u + static_cast<uint32_t>(now.tv_usec / 1000);
+    const uint32_t ms =
+        static_cast<uint32_t>(now.tv_sec) * 1000u + static_cast<uint32_t>(now.tv_usec / 1000);
     return static_cast<int32_t>(ms);
 }
 

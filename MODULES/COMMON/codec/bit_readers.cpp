@@ -111,7 +111,8 @@ uint32_t COM_ReadBits(const uint8_t **ppData, int *pBitsLeft, int n)
     // the high part of what is still to read.
     while (n > 0) {
         const int take = n < left ? n : left;
-        const uint32_t bits = (static_cast<uint32_t>(**ppData) >> (left - take)) & ((1u << take) - 1);
+        const uint32_t bits =
+            (static_cast<uint32_t>(**ppData) >> (left - take)) & ((1u << take) - 1);
         value = (value << take) | bits;
         n -= take;
         left -= take;

@@ -27,7 +27,8 @@ int hexValue(char c)
     return -1;
 }
 
-constexpr char kBase64Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr char kBase64Alphabet[] =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr char kBase64Pad = '=';
 
 // The two characters of every 12-bit value, so that three bytes encode with
@@ -116,7 +117,8 @@ int32_t COM_EncodeBase64(char *dst, const void *src, int32_t len)
     char *out = dst;
     const int32_t whole = (in == nullptr || len < 0) ? 0 : len - len % 3;
     for (int32_t i = 0; i < whole; i += 3) {
-        const uint32_t v = static_cast<uint32_t>(in[i]) << 16 | static_cast<uint32_t>(in[i + 1]) << 8 | in[i + 2];
+        const uint32_t v =
+            static_cast<uint32_t>(in[i]) << 16 | static_cast<uint32_t>(in[i + 1]) << 8 | in[i + 2];
         memcpy(out, kBase64Pairs[v >> 12].data(), 2);
         memcpy(out + 2, kBase64Pairs[v & 0xFFF].data(), 2);
         out += 4;
@@ -145,8 +147,8 @@ int32_t COM_DecodeBase64(void *dst, const char *text)
     const size_t n = strlen(text);
     uint8_t *o = out;
     uint32_t acc = 0;
-    int bits = 0;                // bits in acc not yet written
-    bool behindAlphabet = true;  // a "=" here ends the text (so also at the start)
+    int bits = 0;               // bits in acc not yet written
+    bool behindAlphabet = true; // a "=" here ends the text (so also at the start)
     for (size_t i = 0; i < n;) {
         if (bits == 0) {
             // Whole groups of four alphabet characters, three bytes each.

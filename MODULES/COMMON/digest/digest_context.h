@@ -69,13 +69,16 @@ template <size_t Words> struct DigestContext {
         uint8_t pad[kDigestBlockSize + kLengthField] = {0x80};
         const size_t used = length % kDigestBlockSize;
         const size_t zeros =
-            (used < kDigestBlockSize - kLengthField ? kDigestBlockSize : 2 * kDigestBlockSize) - kLengthField - used;
+            (used < kDigestBlockSize - kLengthField ? kDigestBlockSize : 2 * kDigestBlockSize) -
+            kLengthField - used;
         for (size_t i = 0; i < kLengthField; ++i) {
-            pad[zeros + i] = static_cast<uint8_t>(bits >> (bigEndian ? 8 * (kLengthField - 1 - i) : 8 * i));
+            pad[zeros + i] =
+                static_cast<uint8_t>(bits >> (bigEndian ? 8 * (kLengthField - 1 - i) : 8 * i));
         }
         update(pad, zeros + kLengthField);
         for (size_t i = 0; i < 4 * Words; ++i) {
-            digest[i] = static_cast<uint8_t>(state[i / 4] >> (bigEndian ? 8 * (3 - i % 4) : 8 * (i % 4)));
+            digest[i] =
+                static_cast<uint8_t>(state[i / 4] >> (bigEndian ? 8 * (3 - i % 4) : 8 * (i % 4)));
         }
     }
 };

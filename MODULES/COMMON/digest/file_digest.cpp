@@ -22,7 +22,6 @@ constexpr size_t kSideFieldSize = 128;
 constexpr const char *kDefaultSuffix = ".md5";
 constexpr const char *kSideDelimiters = "\r\n\t ";
 
-
 // Feeds the file to the digest until a read gives less than 1 byte (a read
 // error ends it early) and stores the digest. False, reported in func's name,
 // if the file can't be opened.

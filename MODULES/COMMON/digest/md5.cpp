@@ -75,7 +75,11 @@ void md5Blocks(uint32_t *state, const uint8_t *p, size_t blocks)
             x[i] = littleEndian32(p + 4 * i);
         }
         uint32_t v[4] = {state[0], state[1], state[2], state[3]};
-        [&]<size_t... S>(std::index_sequence<S...>) __attribute__((always_inline)) { (step<S>(v, x), ...); }(std::make_index_sequence<64>{});
+        [&]<size_t... S>(std::index_sequence<S...>) __attribute__((always_inline))
+        {
+            (step<S>(v, x), ...);
+        }
+        (std::make_index_sequence<64>{});
         for (size_t i = 0; i < 4; ++i) {
             state[i] += v[i];
         }

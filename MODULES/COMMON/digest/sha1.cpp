@@ -41,10 +41,12 @@ public:
     // same group: it is left out first and xored in after, rotated once more.
     template <size_t G> [[gnu::always_inline]] void prepare()
     {
-        const __m128i w16 = w_[G % 4], w12 = w_[(G + 1) % 4], w8 = w_[(G + 2) % 4], w4 = w_[(G + 3) % 4];
+        const __m128i w16 = w_[G % 4], w12 = w_[(G + 1) % 4], w8 = w_[(G + 2) % 4],
+                      w4 = w_[(G + 3) % 4];
         const __m128i w14 = _mm_castps_si128(
             _mm_shuffle_ps(_mm_castsi128_ps(w16), _mm_castsi128_ps(w12), _MM_SHUFFLE(1, 0, 3, 2)));
-        const __m128i x = _mm_xor_si128(_mm_xor_si128(_mm_srli_si128(w4, 4), w8), _mm_xor_si128(w14, w16));
+        const __m128i x =
+            _mm_xor_si128(_mm_xor_si128(_mm_srli_si128(w4, 4), w8), _mm_xor_si128(w14, w16));
         const __m128i r = rotl1(x);
         w_[G % 4] = _mm_xor_si128(r, _mm_slli_si128(rotl1(r), 12));
         store(G, w_[G % 4]);
@@ -52,7 +54,10 @@ public:
     uint32_t at(size_t t) const { return wk_[t]; }
 
 private:
-    static __m128i rotl1(__m128i x) { return _mm_or_si128(_mm_slli_epi32(x, 1), _mm_srli_epi32(x, 31)); }
+    static __m128i rotl1(__m128i x)
+    {
+        return _mm_or_si128(_mm_slli_epi32(x, 1), _mm_srli_epi32(x, 31));
+    }
     static __m128i byteSwap(__m128i x)
     {
         x = _mm_or_si128(_mm_slli_epi16(x, 8), _mm_srli_epi16(x, 8));
@@ -92,7 +97,8 @@ public:
     uint32_t at(size_t t)
     {
         if (t >= 16) {
-            w_[t % 16] = rotl(w_[(t + 13) % 16] ^ w_[(t + 8) % 16] ^ w_[(t + 2) % 16] ^ w_[t % 16], 1);
+            w_[t % 16] =
+                rotl(w_[(t + 13) % 16] ^ w_[(t + 8) % 16] ^ w_[(t + 2) % 16] ^ w_[t % 16], 1);
         }
         return w_[t % 16] + kRoundConstants[t / kRoundsPerConstant];
     }
@@ -134,9 +140,11 @@ void sha1Blocks(uint32_t *state, const uint8_t *p, size_t blocks)
     for (; blocks > 0; --blocks, p += dvr::kDigestBlockSize) {
         Schedule schedule(p);
         uint32_t v[5] = {state[0], state[1], state[2], state[3], state[4]};
-        [&]<size_t... R>(std::index_sequence<R...>) __attribute__((always_inline)) {
+        [&]<size_t... R>(std::index_sequence<R...>) __attribute__((always_inline))
+        {
             (round<R>(v, schedule), ...);
-        }(std::make_index_sequence<kRounds>{});
+        }
+        (std::make_index_sequence<kRounds>{});
         for (size_t i = 0; i < 5; ++i) {
             state[i] += v[i];
         }

@@ -57,8 +57,8 @@ int appendFirstLines(const char *path, char *buf, int len)
 int writeText(const char *func, const char *path, const char *text, int flags)
 {
     if (path == nullptr || text == nullptr) {
-        COM_LOG(func, "input error : (pFileName, pBuf) = (%p, %p)\n", static_cast<const void *>(path),
-                static_cast<const void *>(text));
+        COM_LOG(func, "input error : (pFileName, pBuf) = (%p, %p)\n",
+                static_cast<const void *>(path), static_cast<const void *>(text));
         return -1;
     }
     fdio::UniqueFd fd(open(path, flags | O_CLOEXEC, fdio::kNewFileMode));
@@ -114,7 +114,8 @@ int COM_SaveDataIntoFile(const char *path, const void *pData, int len)
     if (n == len) {
         return 0;
     }
-    COM_LOG_FAILED_CALL(__func__, "write(%s) size failed - %d/%d - %s\n", path, static_cast<int>(n), len);
+    COM_LOG_FAILED_CALL(__func__, "write(%s) size failed - %d/%d - %s\n", path, static_cast<int>(n),
+                        len);
     return n > 0 ? 1 : static_cast<int>(n);
 }
 

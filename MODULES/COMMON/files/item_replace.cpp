@@ -201,8 +201,8 @@ int COM_ReplaceItemsInFile(const char *path, COM_ITEM_LIST *list)
             // line that had no line feed.
             if ((!endsWithFeed && !put(temp.get(), "\n", 1)) || !put(temp.get(), item.value, n) ||
                 !put(temp.get(), "\n", 1)) {
-                COM_LOG(__func__, "fprintf() fail : %s : %.*s", strerror(errno), static_cast<int>(n),
-                        item.value);
+                COM_LOG(__func__, "fprintf() fail : %s : %.*s", strerror(errno),
+                        static_cast<int>(n), item.value);
                 result = -1;
                 break;
             }

@@ -13,7 +13,8 @@ constexpr int kCountLineSize = 256;
 
 // Calls onMatch for each line of the PCI device list that holds the key,
 // ignoring case, until it returns false. -1 if the list can't be read.
-template <typename OnMatch> int forEachPciLine(const char *func, const char *key, int lineSize, OnMatch onMatch)
+template <typename OnMatch>
+int forEachPciLine(const char *func, const char *key, int lineSize, OnMatch onMatch)
 {
     FILE *f = fopen(kPciDevices, "r");
     if (f == nullptr) {
@@ -71,7 +72,7 @@ int COM_GetPciDevice(const char *key)
         });
         result = rc < 0 ? -1 : count;
     }
-    COM_LOG(nullptr, "Total %d devices(%s) found on \"%s\"\n", result, key != nullptr ? key : "(null)",
-            kPciDevices);
+    COM_LOG(nullptr, "Total %d devices(%s) found on \"%s\"\n", result,
+            key != nullptr ? key : "(null)", kPciDevices);
     return result;
 }

@@ -170,7 +170,8 @@ int COM_ParserCMD(const char *cmd)
         execv(argv[0], argv);
         err = errno;
     }
-    COM_LOG(__func__, "[%.*s] error : %s\n", static_cast<int>(first.size()), first.data(), strerror(err));
+    COM_LOG(__func__, "[%.*s] error : %s\n", static_cast<int>(first.size()), first.data(),
+            strerror(err));
     return -1;
 }
 
@@ -248,7 +249,8 @@ int COM_PopenRead(const char *cmd, uint32_t unused, uint32_t value, COM_POPEN_LI
         pipe = popen(cmd, "r");
     }
     if (pipe == nullptr) {
-        COM_LOG(__func__, "popen(%s) error : %s\n", cmd != nullptr ? cmd : "(null)", strerror(errno));
+        COM_LOG(__func__, "popen(%s) error : %s\n", cmd != nullptr ? cmd : "(null)",
+                strerror(errno));
         return -1;
     }
 

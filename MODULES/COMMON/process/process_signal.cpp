@@ -33,7 +33,8 @@ bool skippedEntry(const char *name)
 bool readCommandLine(const char *entry, char (&text)[kCmdlineSize])
 {
     char path[kCmdlinePathSize];
-    if (snprintf(path, sizeof path, "%s/%s/%s", kProcDir, entry, "cmdline") >= static_cast<int>(sizeof path)) {
+    if (snprintf(path, sizeof path, "%s/%s/%s", kProcDir, entry, "cmdline") >=
+        static_cast<int>(sizeof path)) {
         return false;
     }
     std::unique_ptr<FILE, int (*)(FILE *)> file(fopen(path, "r"), fclose);
@@ -110,12 +111,14 @@ int COM_KillProcess(const char *name, pid_t pid, int sig)
     }
     char text[kCmdlineSize];
     while (const dirent *entry = readdir(dir.get())) {
-        if (skippedEntry(entry->d_name) || !readCommandLine(entry->d_name, text) || !beginsWith(text, name)) {
+        if (skippedEntry(entry->d_name) || !readCommandLine(entry->d_name, text) ||
+            !beginsWith(text, name)) {
             continue;
         }
         // "self" and the like convert to 0: nothing is sent.
         const int found = atoi(entry->d_name);
-        COM_LOG(nullptr, "[pid:%d] - kill(%d[%s], %d)\n", static_cast<int>(getpid()), found, name, sig);
+        COM_LOG(nullptr, "[pid:%d] - kill(%d[%s], %d)\n", static_cast<int>(getpid()), found, name,
+                sig);
         return found > 0 ? sendSignal(found, sig) : -1;
     }
     return -1;
@@ -151,7 +154,8 @@ int COM_WatchDog(COM_WATCH_LIST *list)
     for (int i = 0; i < count; ++i) {
         const COM_WATCH_ITEM &item = list->items[i];
         if (item.found == 0) {
-            COM_LOG(__func__, "[%d - %s] : not found\n", i, item.name != nullptr ? item.name : "(null)");
+            COM_LOG(__func__, "[%d - %s] : not found\n", i,
+                    item.name != nullptr ? item.name : "(null)");
             if (item.onMissing != nullptr) {
                 item.onMissing();
             }

@@ -97,7 +97,8 @@ int COM_LogThreadMemUsage(int amount)
         for (int i = 0; gThreadTable[i].pid != 0; ++i) {
             COM_THREAD_RECORD &r = gThreadTable[i];
             if (r.pid == self) {
-                r.memUsage = static_cast<int32_t>(static_cast<uint32_t>(r.memUsage) + static_cast<uint32_t>(amount));
+                r.memUsage = static_cast<int32_t>(static_cast<uint32_t>(r.memUsage) +
+                                                  static_cast<uint32_t>(amount));
                 COM_LOG("COM_LogThreadMemUsage", "[%d] : %d - [%ld] - %s\n", i, r.pid,
                         static_cast<long>(r.memUsage), r.name);
                 break;
@@ -156,8 +157,8 @@ void *COM_ThreadWatchdog(void *arg)
         pthread_cleanup_push(unlockTable, nullptr);
         for (int i = 0; gThreadTable != nullptr && gThreadTable[i].pid != 0; ++i) {
             if (COM_CheckThreadState(&gThreadTable[i]) != 0) {
-                COM_LOG(kWatchdogName, "Warnning!! [pid = %d] [%s] process error\n", gThreadTable[i].pid,
-                        gThreadTable[i].name);
+                COM_LOG(kWatchdogName, "Warnning!! [pid = %d] [%s] process error\n",
+                        gThreadTable[i].pid, gThreadTable[i].name);
             }
         }
         pthread_cleanup_pop(1);

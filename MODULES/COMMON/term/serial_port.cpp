@@ -15,7 +15,7 @@ constexpr const char *kFixedPortPrefix = "/dev/ttyTX";
 constexpr const char *kUsbPortPrefix = "/dev/ttyUSB";
 constexpr int kLineSize = 256;
 constexpr unsigned kUsbSerialNodeMode = S_IFCHR | 0664; // 0x21B4
-constexpr unsigned kUsbSerialMajorBits = 188u << 8;    // 0xBC00
+constexpr unsigned kUsbSerialMajorBits = 188u << 8;     // 0xBC00
 
 // A logical port's accepted endings of the adapter's USB path, in order.
 struct SerialPortEntry {
@@ -25,9 +25,9 @@ struct SerialPortEntry {
 
 constexpr const char *kNoTail = "---";
 constexpr SerialPortEntry kPorts[] = {
-    {{kNoTail}, 1},               // 0: none
-    {{kNoTail}, 1},               // 1: the board's fixed port
-    {{"1-2", "0-2", "0-3"}, 3},   // 2 to 4: USB sockets
+    {{kNoTail}, 1},             // 0: none
+    {{kNoTail}, 1},             // 1: the board's fixed port
+    {{"1-2", "0-2", "0-3"}, 3}, // 2 to 4: USB sockets
     {{"1-1"}, 1},
     {{"0-1"}, 1},
 };
@@ -91,7 +91,8 @@ int findUsbPort(int port, char *pName, const char *&stoppedAt)
             snprintf(pName, COM_SERIAL_PATH_SIZE, "%s%s", kUsbPortPrefix, token);
             stoppedAt = entry.tails[i];
             result = 0;
-            COM_MakeNode(pName, kUsbSerialNodeMode, kUsbSerialMajorBits | static_cast<unsigned>(atoi(token)));
+            COM_MakeNode(pName, kUsbSerialNodeMode,
+                         kUsbSerialMajorBits | static_cast<unsigned>(atoi(token)));
             break;
         }
     }
@@ -123,6 +124,7 @@ int COM_GetSerialPort(int port, char *pName)
         result = findUsbPort(port, pName, stoppedAt);
     }
     COM_LOG(kFunc, "path[%d] = [%s], (result, pName) = (%d, %s)\n", port,
-            stoppedAt != nullptr ? stoppedAt : "(null)", result, pName != nullptr ? pName : "(null)");
+            stoppedAt != nullptr ? stoppedAt : "(null)", result,
+            pName != nullptr ? pName : "(null)");
     return result;
 }

@@ -19,10 +19,9 @@ struct ControlChar {
 
 // A sane canonical terminal with echo: ^C, ^\, DEL, ^U, ^D ...
 constexpr ControlChar kControlChars[] = {
-    {VINTR, 3},  {VQUIT, 28},  {VERASE, 127}, {VKILL, 21},    {VEOF, 4},
-    {VTIME, 0},  {VMIN, 1},    {VEOL2, 0},    {VSWTC, 0},     {VSTART, 17},
-    {VSTOP, 19}, {VSUSP, 26},  {VEOL, 0},     {VREPRINT, 18}, {VDISCARD, 15},
-    {VWERASE, 23}, {VLNEXT, 22}};
+    {VINTR, 3}, {VQUIT, 28},    {VERASE, 127},  {VKILL, 21},   {VEOF, 4},   {VTIME, 0},
+    {VMIN, 1},  {VEOL2, 0},     {VSWTC, 0},     {VSTART, 17},  {VSTOP, 19}, {VSUSP, 26},
+    {VEOL, 0},  {VREPRINT, 18}, {VDISCARD, 15}, {VWERASE, 23}, {VLNEXT, 22}};
 
 void applyLineSettings(struct termios &t, int speed)
 {

@@ -6,36 +6,36 @@
 
 // The flag tables carry the platform's own constants, so the numbers follow
 // the target the library is built for.
-#define FLAG(name) {static_cast<uint32_t>(name), #name}
+#define FLAG(name)                         \
+    {                                      \
+        static_cast<uint32_t>(name), #name \
+    }
 
-const COM_FLAG_NAME gTermIFlagTable[] = {
-    FLAG(IGNBRK), FLAG(BRKINT), FLAG(IGNPAR), FLAG(PARMRK), FLAG(INPCK),
-    FLAG(ISTRIP), FLAG(INLCR),  FLAG(IGNCR),  FLAG(ICRNL),  FLAG(IUCLC),
-    FLAG(IXON),   FLAG(IXANY),  FLAG(IXOFF),  FLAG(IMAXBEL), {0, ""}};
+const COM_FLAG_NAME gTermIFlagTable[] = {FLAG(IGNBRK), FLAG(BRKINT),  FLAG(IGNPAR), FLAG(PARMRK),
+                                         FLAG(INPCK),  FLAG(ISTRIP),  FLAG(INLCR),  FLAG(IGNCR),
+                                         FLAG(ICRNL),  FLAG(IUCLC),   FLAG(IXON),   FLAG(IXANY),
+                                         FLAG(IXOFF),  FLAG(IMAXBEL), {0, ""}};
 
-const COM_FLAG_NAME gTermOFlagTable[] = {
-    FLAG(OPOST), FLAG(OLCUC), FLAG(ONLCR), FLAG(OCRNL), FLAG(ONOCR),
-    FLAG(ONLRET), FLAG(OFILL), FLAG(OFDEL), FLAG(NLDLY), FLAG(CRDLY),
-    FLAG(TABDLY), FLAG(BSDLY), FLAG(VTDLY), FLAG(FFDLY), {0, ""}};
+const COM_FLAG_NAME gTermOFlagTable[] = {FLAG(OPOST), FLAG(OLCUC),  FLAG(ONLCR),  FLAG(OCRNL),
+                                         FLAG(ONOCR), FLAG(ONLRET), FLAG(OFILL),  FLAG(OFDEL),
+                                         FLAG(NLDLY), FLAG(CRDLY),  FLAG(TABDLY), FLAG(BSDLY),
+                                         FLAG(VTDLY), FLAG(FFDLY),  {0, ""}};
 
 const COM_FLAG_NAME gTermCFlagTable[] = {
-    FLAG(B0),      FLAG(B50),     FLAG(B75),     FLAG(B110),   FLAG(B134),
-    FLAG(B150),    FLAG(B200),    FLAG(B300),    FLAG(B600),   FLAG(B1200),
-    FLAG(B1800),   FLAG(B2400),   FLAG(B4800),   FLAG(B9600),  FLAG(B19200),
-    FLAG(B38400),  FLAG(B57600),  FLAG(B115200), FLAG(B230400), FLAG(CSIZE),
-    FLAG(CSTOPB),  FLAG(CREAD),   FLAG(PARENB),  FLAG(PARODD), FLAG(HUPCL),
-    FLAG(CLOCAL),  {0, ""}};
+    FLAG(B0),      FLAG(B50),    FLAG(B75),    FLAG(B110),   FLAG(B134),   FLAG(B150),
+    FLAG(B200),    FLAG(B300),   FLAG(B600),   FLAG(B1200),  FLAG(B1800),  FLAG(B2400),
+    FLAG(B4800),   FLAG(B9600),  FLAG(B19200), FLAG(B38400), FLAG(B57600), FLAG(B115200),
+    FLAG(B230400), FLAG(CSIZE),  FLAG(CSTOPB), FLAG(CREAD),  FLAG(PARENB), FLAG(PARODD),
+    FLAG(HUPCL),   FLAG(CLOCAL), {0, ""}};
 
-const COM_FLAG_NAME gTermLFlagTable[] = {
-    FLAG(ISIG),   FLAG(ICANON), FLAG(XCASE),  FLAG(ECHO),   FLAG(ECHOE),
-    FLAG(ECHOK),  FLAG(ECHONL), FLAG(ECHOCTL), FLAG(NOFLSH), FLAG(TOSTOP),
-    FLAG(IEXTEN), {0, ""}};
+const COM_FLAG_NAME gTermLFlagTable[] = {FLAG(ISIG),   FLAG(ICANON), FLAG(XCASE),  FLAG(ECHO),
+                                         FLAG(ECHOE),  FLAG(ECHOK),  FLAG(ECHONL), FLAG(ECHOCTL),
+                                         FLAG(NOFLSH), FLAG(TOSTOP), FLAG(IEXTEN), {0, ""}};
 
 const COM_FLAG_NAME gTermCcTable[] = {
-    FLAG(VINTR),    FLAG(VQUIT),    FLAG(VERASE),  FLAG(VKILL),   FLAG(VMIN),
-    FLAG(VTIME),    FLAG(VEOL2),    FLAG(VSWTC),   FLAG(VSTART),  FLAG(VSTOP),
-    FLAG(VSUSP),    FLAG(VREPRINT), FLAG(VDISCARD), FLAG(VWERASE), FLAG(VLNEXT),
-    FLAG(VEOF),     FLAG(VEOL),     {0, ""}};
+    FLAG(VINTR),    FLAG(VQUIT),   FLAG(VERASE), FLAG(VKILL), FLAG(VMIN),  FLAG(VTIME),
+    FLAG(VEOL2),    FLAG(VSWTC),   FLAG(VSTART), FLAG(VSTOP), FLAG(VSUSP), FLAG(VREPRINT),
+    FLAG(VDISCARD), FLAG(VWERASE), FLAG(VLNEXT), FLAG(VEOF),  FLAG(VEOL),  {0, ""}};
 
 #undef FLAG
 

@@ -28,8 +28,7 @@ void storePointer(void *ppBuf, void *p)
 bool fits(int newSize, const void *ppBuf, int offset, const void *src, int srcLen)
 {
     return ppBuf != nullptr && newSize > 0 && offset >= 0 && srcLen >= 0 &&
-           (src != nullptr || srcLen == 0) &&
-           static_cast<int64_t>(offset) + srcLen <= newSize;
+           (src != nullptr || srcLen == 0) && static_cast<int64_t>(offset) + srcLen <= newSize;
 }
 } // namespace
 

@@ -44,7 +44,7 @@ Span beforeSpace(const char *after)
 }
 
 enum class Kind {
-    Quoted,  // reports the value's length; an empty value gives null
+    Quoted,   // reports the value's length; an empty value gives null
     Delimited // reports the length plus its terminator; an empty value gives after
 };
 

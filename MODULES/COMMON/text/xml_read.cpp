@@ -135,7 +135,8 @@ char *COM_GetXMLData(const char *xml, const char *tag, char *pOut, int size)
         COM_LOG(__func__, "(pHead, pTail, pStr, len) = (%p, %p, %p, %d/%d)\n",
                 static_cast<const void *>(content), static_cast<const void *>(tail),
                 static_cast<void *>(pOut), length, size);
-        textvalue::copyValue(__func__, content, static_cast<size_t>(length) - 1, length, pOut, size);
+        textvalue::copyValue(__func__, content, static_cast<size_t>(length) - 1, length, pOut,
+                             size);
         length = std::min(length, size);
     }
     COM_LOG(__func__, "[%s] = [%.*s] (%d bytes)\n", tag, std::max(size, 0), pOut, length);

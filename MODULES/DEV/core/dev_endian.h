@@ -18,9 +18,18 @@ constexpr uint32_t get(const uint8_t *p, size_t width)
     return v;
 }
 
-constexpr uint16_t get16(const uint8_t *p) { return static_cast<uint16_t>(get(p, 2)); }
-constexpr uint32_t get24(const uint8_t *p) { return get(p, 3); }
-constexpr uint32_t get32(const uint8_t *p) { return get(p, 4); }
+constexpr uint16_t get16(const uint8_t *p)
+{
+    return static_cast<uint16_t>(get(p, 2));
+}
+constexpr uint32_t get24(const uint8_t *p)
+{
+    return get(p, 3);
+}
+constexpr uint32_t get32(const uint8_t *p)
+{
+    return get(p, 4);
+}
 
 // Writes the low width bytes of v at p, high byte first.
 constexpr void put(uint8_t *p, size_t width, uint32_t v)
@@ -30,8 +39,14 @@ constexpr void put(uint8_t *p, size_t width, uint32_t v)
     }
 }
 
-constexpr void put16(uint8_t *p, uint32_t v) { put(p, 2, v); }
-constexpr void put32(uint8_t *p, uint32_t v) { put(p, 4, v); }
+constexpr void put16(uint8_t *p, uint32_t v)
+{
+    put(p, 2, v);
+}
+constexpr void put32(uint8_t *p, uint32_t v)
+{
+    put(p, 4, v);
+}
 
 } // namespace dev::be
 

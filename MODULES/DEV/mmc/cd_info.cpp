@@ -59,7 +59,8 @@ int Dev_ReadCdATIP(const char *pName, int fd, DiscInfo *pInfo)
     COM_LOG(__func__, "Disc Type : %s\n", (r.reply[6] & 0x40) != 0 ? "CD-RW" : "CD-R");
     printf("Reference Speed = %0d\n", r.reply[4] & 0x07);
     pInfo->sub_type = (r.reply[6] >> 3) & 0x07;
-    printf("Disc Sub Type = %s\n", pInfo->sub_type < 3 ? kSubTypes[pInfo->sub_type] : "Not Defined");
+    printf("Disc Sub Type = %s\n",
+           pInfo->sub_type < 3 ? kSubTypes[pInfo->sub_type] : "Not Defined");
 
     const int32_t kb = leadOut.frames() * kKbPerFrame;
     COM_LOG(__func__, "Disc Space is %d KB\n", kb);
@@ -73,7 +74,8 @@ int Dev_ReadCdToc(const char *pName, int fd, DiscInfo *pInfo)
         return 0;
     }
     MmcRequest r;
-    r.prepare(pName, "(0000b ; Formatted TOC -MSF-)", {0x43, 0x02, 0x00, 0, 0, 0, 0x01, 0, 0x04, 0}, 4);
+    r.prepare(pName, "(0000b ; Formatted TOC -MSF-)", {0x43, 0x02, 0x00, 0, 0, 0, 0x01, 0, 0x04, 0},
+              4);
     if (!r.readTwoStep(fd, dev::kLeadingLength)) {
         return 0;
     }
@@ -121,8 +123,12 @@ int Dev_GetCdInfo(const char *pName, int fd, DiscInfo *pInfo)
         }
         pInfo->used_capacity = framesToKb(pInfo->next_lead_in);
         break;
-    case DISC_STATUS_FINALIZED: pInfo->used_capacity = pInfo->total_capacity; break;
-    default: pInfo->used_capacity = 0; break;
+    case DISC_STATUS_FINALIZED:
+        pInfo->used_capacity = pInfo->total_capacity;
+        break;
+    default:
+        pInfo->used_capacity = 0;
+        break;
     }
     return 1;
 }

@@ -24,7 +24,8 @@ constexpr uint8_t kFormatDvdRwFull = 0x10;
 constexpr uint8_t kFormatDvdPlusRwBasic = 0x26;
 constexpr uint64_t kKbPerBlock = 2;
 
-constexpr const char *kDescriptorTypes[] = {"Reserved descriptor type", "Unformatted Media", "Formatted disc",
+constexpr const char *kDescriptorTypes[] = {"Reserved descriptor type", "Unformatted Media",
+                                            "Formatted disc",
                                             "No Media Present/ Unknown capacity media"};
 
 constexpr const char *kStatusMessages[] = {"It is an empty disc\n", "It is an incomplete disc\n",
@@ -33,8 +34,8 @@ constexpr const char *kStatusMessages[] = {"It is an empty disc\n", "It is an in
 
 bool hasTracks(int32_t type1)
 {
-    return type1 == DISC_TYPE1_CD || type1 == DISC_TYPE1_DVD_MINUS || type1 == DISC_TYPE1_DVD_PLUS ||
-           type1 == DISC_TYPE1_BD;
+    return type1 == DISC_TYPE1_CD || type1 == DISC_TYPE1_DVD_MINUS ||
+           type1 == DISC_TYPE1_DVD_PLUS || type1 == DISC_TYPE1_BD;
 }
 
 // Last track in the last session: high byte 11, low byte 6.
@@ -76,8 +77,9 @@ int Dev_ReadDiscInfo(const char *pName, int fd, DiscInfo *pInfo)
     switch (pInfo->type1) {
     case DISC_TYPE1_DVD_MINUS:
     case DISC_TYPE1_DVD_PLUS:
-        COM_LOG(__func__, "This disc is DVD%c%s %s\n", pInfo->type1 == DISC_TYPE1_DVD_MINUS ? '-' : '+',
-                erasable ? "RW" : "R", pInfo->type3 > 4 ? "DL" : " ");
+        COM_LOG(__func__, "This disc is DVD%c%s %s\n",
+                pInfo->type1 == DISC_TYPE1_DVD_MINUS ? '-' : '+', erasable ? "RW" : "R",
+                pInfo->type3 > 4 ? "DL" : " ");
         pInfo->last_track = static_cast<int32_t>(lastTrackOf(r.reply));
         COM_LOG(__func__, "Last Track in Last Session is %u\n", lastTrackOf(r.reply));
         break;
@@ -90,7 +92,8 @@ int Dev_ReadDiscInfo(const char *pName, int fd, DiscInfo *pInfo)
         pInfo->last_track = static_cast<int32_t>(lastTrackOf(r.reply));
         COM_LOG(__func__, "Last Track in Last Session is %u\n", lastTrackOf(r.reply));
         break;
-    default: return 1;
+    default:
+        return 1;
     }
     pInfo->appendable = status;
     COM_LOG(__func__, "%s", kStatusMessages[status]);
@@ -128,8 +131,12 @@ int Dev_ReadTrackInfo(const char *pName, int fd, DiscInfo *pInfo)
             // space than capacity.
             pInfo->used_capacity = pInfo->total_capacity - kKbPerBlock * pInfo->free_blocks;
             break;
-        case DISC_STATUS_FINALIZED: pInfo->used_capacity = pInfo->total_capacity; break;
-        default: pInfo->used_capacity = 0; break;
+        case DISC_STATUS_FINALIZED:
+            pInfo->used_capacity = pInfo->total_capacity;
+            break;
+        default:
+            pInfo->used_capacity = 0;
+            break;
         }
     }
     return 1;
@@ -187,6 +194,7 @@ int Dev_ReadCapacity(const char *pName, int fd)
 int Dev_ReadPreRecordedInfo(const char *pName, int fd)
 {
     MmcRequest r;
-    r.prepare(pName, "READ PRE-RECORDED INFO IN LEAD-IN", {0xAD, 0, 0, 0, 0, 0, 0, 0x0E, 0, 0x04, 0, 0}, 4);
+    r.prepare(pName, "READ PRE-RECORDED INFO IN LEAD-IN",
+              {0xAD, 0, 0, 0, 0, 0, 0, 0x0E, 0, 0x04, 0, 0}, 4);
     return r.issue(fd, 0) == 0 ? 1 : 0;
 }

@@ -117,7 +117,8 @@ int Dev_ExecMMC(MmcCmd *pCmd, int fd, int verbose)
         return -2;
     }
     if (ioctl(fd, SG_IO, &pCmd->hdr) < 0) {
-        COM_LOG(__func__, "%s (%02Xh) SG_IO ioctl error : %s\n", pCmd->name, opcode, strerror(errno));
+        COM_LOG(__func__, "%s (%02Xh) SG_IO ioctl error : %s\n", pCmd->name, opcode,
+                strerror(errno));
         return -3;
     }
 

@@ -20,11 +20,11 @@ constexpr unsigned kMmcTimeoutMs = 20000;
 
 // Where a reply announces its length and where the block asks for one.
 struct ReplyLength {
-    size_t fieldOffset;   // high byte of the length field in the reply
-    size_t fieldWidth;    // 1 or 2 bytes
-    uint32_t uncounted;   // header bytes the field leaves out
-    uint32_t limit;       // most bytes the second issue asks for
-    size_t allocOffset;   // high byte of the 16-bit allocation length in the block
+    size_t fieldOffset; // high byte of the length field in the reply
+    size_t fieldWidth;  // 1 or 2 bytes
+    uint32_t uncounted; // header bytes the field leaves out
+    uint32_t limit;     // most bytes the second issue asks for
+    size_t allocOffset; // high byte of the 16-bit allocation length in the block
 };
 
 // The usual layout: a 16-bit length at reply byte 0 that leaves out itself,

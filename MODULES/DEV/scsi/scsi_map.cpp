@@ -18,17 +18,17 @@ static_assert(offsetof(SgMapEntry, lun) == offsetof(SgMapEntry, bus) + 12);
 static_assert(sizeof(SgMapEntry) == 32);
 
 extern "C" const char *const gScsiDevTable[SCSI_DEV_TABLE_SIZE + 1] = {
-    "/dev/sda", "/dev/sdb", "/dev/sdc", "/dev/sdd", "/dev/sde", "/dev/sdf", "/dev/sdg",
-    "/dev/sdh", "/dev/sdi", "/dev/sdj", "/dev/sdk", "/dev/sdl", "/dev/sdm", "/dev/sdn",
-    "/dev/sdo", "/dev/sdp", "/dev/sdq", "/dev/sdr", "/dev/sds", "/dev/sdt", "/dev/sdu",
-    "/dev/sdv", "/dev/sdw", "/dev/sdx", "/dev/sdy", "/dev/sdz",
-    "/dev/scd0", "/dev/scd1", "/dev/scd2", "/dev/scd3", "/dev/scd4", "/dev/scd5",
-    "/dev/scd6", "/dev/scd7", "/dev/scd8", "/dev/scd9", "/dev/scd10", "/dev/scd11",
-    "/dev/sr0", "/dev/sr1", "/dev/sr2", "/dev/sr3", "/dev/sr4", "/dev/sr5",
-    "/dev/sr6", "/dev/sr7", "/dev/sr8", "/dev/sr9", "/dev/sr10", "/dev/sr11",
-    "/dev/nst0", "/dev/nst1", "/dev/nst2", "/dev/nst3", "/dev/nst4", "/dev/nst5",
-    "/dev/nosst0", "/dev/nosst1", "/dev/nosst2", "/dev/nosst3", "/dev/nosst4",
-    nullptr};
+    "/dev/sda",    "/dev/sdb",   "/dev/sdc",    "/dev/sdd",    "/dev/sde",    "/dev/sdf",
+    "/dev/sdg",    "/dev/sdh",   "/dev/sdi",    "/dev/sdj",    "/dev/sdk",    "/dev/sdl",
+    "/dev/sdm",    "/dev/sdn",   "/dev/sdo",    "/dev/sdp",    "/dev/sdq",    "/dev/sdr",
+    "/dev/sds",    "/dev/sdt",   "/dev/sdu",    "/dev/sdv",    "/dev/sdw",    "/dev/sdx",
+    "/dev/sdy",    "/dev/sdz",   "/dev/scd0",   "/dev/scd1",   "/dev/scd2",   "/dev/scd3",
+    "/dev/scd4",   "/dev/scd5",  "/dev/scd6",   "/dev/scd7",   "/dev/scd8",   "/dev/scd9",
+    "/dev/scd10",  "/dev/scd11", "/dev/sr0",    "/dev/sr1",    "/dev/sr2",    "/dev/sr3",
+    "/dev/sr4",    "/dev/sr5",   "/dev/sr6",    "/dev/sr7",    "/dev/sr8",    "/dev/sr9",
+    "/dev/sr10",   "/dev/sr11",  "/dev/nst0",   "/dev/nst1",   "/dev/nst2",   "/dev/nst3",
+    "/dev/nst4",   "/dev/nst5",  "/dev/nosst0", "/dev/nosst1", "/dev/nosst2", "/dev/nosst3",
+    "/dev/nosst4", nullptr};
 
 namespace {
 using fdio::UniqueFd;
@@ -67,7 +67,8 @@ AddressStep readAddress(int fd, Address &a)
 bool readAddressReported(const char *func, int fd, const char *path, Address &a)
 {
     switch (readAddress(fd, a)) {
-    case AddressStep::kDone: return true;
+    case AddressStep::kDone:
+        return true;
     case AddressStep::kBusFailed:
         COM_LOG(func, "get bus No. on %s failed : %s\n", path, strerror(errno));
         return false;

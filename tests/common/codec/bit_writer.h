@@ -26,7 +26,10 @@ struct BitWriter {
         }
         return *this;
     }
-    BitWriter &ue(uint32_t v) { return put(0, std::bit_width(v + 1) - 1).put(v + 1, std::bit_width(v + 1)); }
+    BitWriter &ue(uint32_t v)
+    {
+        return put(0, std::bit_width(v + 1) - 1).put(v + 1, std::bit_width(v + 1));
+    }
     BitWriter &se(int32_t v) { return ue(v > 0 ? 2 * v - 1 : -2 * v); }
     // The bytes, with a 3 put in behind two zero bytes followed by a byte of
     // 0 to 3 as an H.264 encoder does, then 8 zero bytes.

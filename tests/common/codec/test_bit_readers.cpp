@@ -26,8 +26,10 @@ TEST(BitReaders, RbspDropsEmulationPreventionBytes)
 {
     const std::pair<std::vector<uint8_t>, uint64_t> cases[] = {
         {{0x00, 0x00, 0x03, 0x00, 0x00, 0x03, 0xAB, 0xCD}, 0x00000000ABCD},
-        {{0x00, 0x03, 0x00, 0x00, 0x03, 0x03, 0x00, 0x04}, 0x000300000300}, // a 3 among the first two
-        {{0x12, 0x00, 0x00, 0x03, 0x00, 0x03, 0x7F, 0x55}, 0x120000007F55}, // zeros of payload, not raw
+        {{0x00, 0x03, 0x00, 0x00, 0x03, 0x03, 0x00, 0x04},
+         0x000300000300}, // a 3 among the first two
+        {{0x12, 0x00, 0x00, 0x03, 0x00, 0x03, 0x7F, 0x55},
+         0x120000007F55}, // zeros of payload, not raw
     };
     for (const auto &[data, bits] : cases) {
         COM_RBSP_READER r;
@@ -41,7 +43,8 @@ TEST(BitReaders, RbspDropsEmulationPreventionBytes)
 // Longer ue codes, and a cache below 256, are read in the parameter set tests.
 TEST(BitReaders, RbspExpGolombCodes)
 {
-    const auto bytes = BitWriter().put(0x5, 3).ue(0).ue((1u << 24) - 2).se(1000).se(-(1 << 22) + 1).bytes();
+    const auto bytes =
+        BitWriter().put(0x5, 3).ue(0).ue((1u << 24) - 2).se(1000).se(-(1 << 22) + 1).bytes();
     COM_RBSP_READER r;
     COM_RbspInit(&r, bytes.data(), static_cast<int32_t>(bytes.size()));
     EXPECT_EQ(COM_RbspRead(&r, 3), 0x5u);

@@ -30,7 +30,8 @@ std::vector<uint8_t> sps(uint32_t pocType, uint32_t pocValue, uint32_t numRefFra
 TEST(H264Sps, SizeProfileAndTheTwoFailures)
 {
     const std::vector<uint8_t> baseline = {0x42, 0x00, 0x1E, 0xDA, 0x02, 0x80, 0xF0, 0, 0, 0, 0};
-    const std::pair<std::vector<uint8_t>, std::array<int32_t, 4>> cases[] = { // result, profile, size
+    const std::pair<std::vector<uint8_t>, std::array<int32_t, 4>> cases[] = {
+        // result, profile, size
         {baseline, {0, 66, 640, 480}},
         {sps(0, 12), {0, 77, 640, 480}},
         {sps(1, 255), {0, 77, 640, 480}},
@@ -40,11 +41,15 @@ TEST(H264Sps, SizeProfileAndTheTwoFailures)
     };
     for (const auto &[bytes, expected] : cases) {
         std::array<int32_t, 4> got = {0, -1, -1, -1};
-        const std::string log = fake::captureStdout(
-            [&, &bytes = bytes] { got[0] = COM_ProcH264SPS(bytes.data(), &got[2], &got[3], 0, &got[1]); });
+        const std::string log = fake::captureStdout([&, &bytes = bytes] {
+            got[0] = COM_ProcH264SPS(bytes.data(), &got[2], &got[3], 0, &got[1]);
+        });
         EXPECT_EQ(got, expected);
-        EXPECT_EQ(fake::withoutLineNumbers(log), got[0] == 0 ? "" : "h264_parse.cpp,N:COM_ProcH264SPS(): Err : "
-                  "(profile_idc, level_idc, result) = (0x4D, 0x1E, " + std::to_string(got[0]) + ")\n");
+        EXPECT_EQ(fake::withoutLineNumbers(log),
+                  got[0] == 0 ? ""
+                              : "h264_parse.cpp,N:COM_ProcH264SPS(): Err : "
+                                "(profile_idc, level_idc, result) = (0x4D, 0x1E, " +
+                                    std::to_string(got[0]) + ")\n");
     }
     int32_t w = 0, h = 0;
     EXPECT_EQ(COM_ProcH264SPS(baseline.data(), &w, &h, 0, nullptr), 0); // the profile may be null
@@ -69,16 +74,18 @@ TEST(H264Slice, TypesByCode)
 {
     const int expected[] = {2, 3, 1, 2, 1, 2, 3, 1, 2, 1, 0};
     for (uint32_t type = 0; type < std::size(expected); ++type) {
-        EXPECT_EQ(COM_GetH264SliceType(BitWriter().ue(type * 37).ue(type).bytes().data()), expected[type]);
+        EXPECT_EQ(COM_GetH264SliceType(BitWriter().ue(type * 37).ue(type).bytes().data()),
+                  expected[type]);
     }
 }
 
 TEST(H264Sei, FindsTheFirstSeiAndReadsItsMessageHeader)
 {
-    const std::pair<std::vector<uint8_t>, std::array<int32_t, 3>> cases[] = { // offset, type, size
+    const std::pair<std::vector<uint8_t>, std::array<int32_t, 3>> cases[] = {
+        // offset, type, size
         {{0, 0, 0, 1, 0x67, 0x42, 0, 0, 0, 1, 0x06, 0xFF, 0x05, 0x10, 0x80}, {6, 260, 16}},
         {{0, 0, 0, 1, 0x65, 0x88, 0, 0, 1, 0x06, 0x05, 0x01}, {-1, -7, -7}}, // 3-byte start code
-        {{0, 0, 0, 1, 0x09, 0xF0, 0, 0, 0, 1}, {-1, -7, -7}},                 // no header byte
+        {{0, 0, 0, 1, 0x09, 0xF0, 0, 0, 0, 1}, {-1, -7, -7}},                // no header byte
         {{0, 0, 0, 1, 0x06, 0xFF, 0xFF}, {0, 510, 0}}, // the fields end at the end of the data
         {{0, 0, 0, 1, 0x06}, {0, 0, 0}},
     };

@@ -29,13 +29,21 @@ struct Vol {
     std::vector<uint8_t> bytes() const
     {
         BitWriter w;
-        w.put(0, 1).put(1, 8).put(verid != 0, 1).put(verid, verid != 0 ? 4 : 0).put(1, verid != 0 ? 3 : 0);
+        w.put(0, 1)
+            .put(1, 8)
+            .put(verid != 0, 1)
+            .put(verid, verid != 0 ? 4 : 0)
+            .put(1, verid != 0 ? 3 : 0);
         w.put(1, 4).put(vbv, 1).put(0x7, vbv ? 4 : 0); // square pixels; control parameters with vbv
         for (int n : {15, 1, 15, 1, 15, 1, 3, 11, 1, 15, 1}) {
             w.put(0x5555, vbv ? n : 0);
         }
         w.put(shape, 2).put(0xF, shape == 3 && verid != 1 ? 4 : 0);
-        w.put(1, 1).put(resolution, 16).put(1, 1).put(incrementBits != 0, 1).put(increment, incrementBits);
+        w.put(1, 1)
+            .put(resolution, 16)
+            .put(1, 1)
+            .put(incrementBits != 0, 1)
+            .put(increment, incrementBits);
         if (shape == 0) {
             w.put(1, 1).put(width, 13).put(1, 1).put(height, 13).put(1, 1);
         }
@@ -45,7 +53,8 @@ struct Vol {
 
 TEST(Mpeg4Vol, SizeAndFrameRate)
 {
-    const std::pair<Vol, std::array<int32_t, 4>> cases[] = { // result, width, height, fps
+    const std::pair<Vol, std::array<int32_t, 4>> cases[] = {
+        // result, width, height, fps
         // The increment takes as many bits as the resolution has: 5 for 16.
         {{.resolution = 16, .incrementBits = 5, .increment = 1}, {0, 352, 288, 1600}},
         {{.resolution = 1, .incrementBits = 1, .increment = 1}, {0, 352, 288, 100}},
@@ -54,7 +63,7 @@ TEST(Mpeg4Vol, SizeAndFrameRate)
         {{.height = 1, .interlaced = true}, {-1, -5, -5, -5}}, // half of 1 is 0
         {{.shape = 1}, {-1, -5, -5, -5}},                      // binary
         {{.shape = 2}, {-1, -5, -5, -5}},                      // binary only
-        {{.verid = 2, .shape = 3}, {-1, -5, -5, -5}},          // grey-scale, with its shape extension
+        {{.verid = 2, .shape = 3}, {-1, -5, -5, -5}}, // grey-scale, with its shape extension
     };
     for (const auto &[vol, expected] : cases) {
         std::array<int32_t, 4> got = {0, -5, -5, -5};

@@ -31,7 +31,10 @@ struct Media {
 struct Line {
     std::vector<std::string> w;
     std::vector<Line> units;
-    int32_t operator[](size_t i) const { return i + 2 < w.size() ? std::atoi(w[i + 2].c_str()) : -1; }
+    int32_t operator[](size_t i) const
+    {
+        return i + 2 < w.size() ? std::atoi(w[i + 2].c_str()) : -1;
+    }
 };
 
 std::vector<Line> expected()
@@ -40,7 +43,8 @@ std::vector<Line> expected()
     std::vector<Line> lines;
     for (std::string text; std::getline(in, text);) {
         std::istringstream words(text);
-        Line l{{std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()}, {}};
+        Line l{{std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()},
+               {}};
         (l.w[0] == "unit" ? lines.back().units : lines).push_back(l);
     }
     return lines;
@@ -62,7 +66,8 @@ TEST(MediaFixtures, H264StreamsMatchTraceHeaders)
         std::vector<Ints> found, wanted;
         Ints sei = {-1, -7, -7}, gotSei = {0, -7, -7};
         int32_t type = -1, w = 0, h = 0, profile = 0;
-        for (int32_t pos = 0, at; (at = COM_FindH264NAL(m.at(pos), m.size() - pos, &type)) >= 0; pos += at + 4) {
+        for (int32_t pos = 0, at; (at = COM_FindH264NAL(m.at(pos), m.size() - pos, &type)) >= 0;
+             pos += at + 4) {
             found.push_back({pos + at, type});
         }
         for (const Line &u : l.units) {
@@ -76,7 +81,8 @@ TEST(MediaFixtures, H264StreamsMatchTraceHeaders)
             }
             if (kind == "sps") {
                 EXPECT_EQ(COM_ProcH264SPS(m.at(off + 4), &w, &h, 0, &profile), 0);
-                EXPECT_EQ((Ints{profile, w, h}), (Ints{u[3], (u[6] + 1) * 16, (u[7] + 1) * 16})); // 1080 reads 1088
+                EXPECT_EQ((Ints{profile, w, h}),
+                          (Ints{u[3], (u[6] + 1) * 16, (u[7] + 1) * 16})); // 1080 reads 1088
             } else if (kind == "slice") {
                 EXPECT_EQ(COM_GetH264SliceType(m.at(off + 4)), kSliceKinds[u[4] % 5]) << off;
             }
@@ -97,7 +103,8 @@ TEST(MediaFixtures, Mpeg4AndJpegMatchFfprobeAndIdentify)
     for (const Line &l : expected()) {
         SCOPED_TRACE(l.w[1]);
         Ints got = {0, -5, -5, -5}; // result, width, height, fps
-        if (l.w[0] == "mpeg4" && l[5] == 1 && l[6] != static_cast<int>(std::bit_width(static_cast<unsigned>(l[3])))) {
+        if (l.w[0] == "mpeg4" && l[5] == 1 &&
+            l[6] != static_cast<int>(std::bit_width(static_cast<unsigned>(l[3])))) {
             // A power-of-two rate: the encoder wrote the increment one bit
             // narrower than the parser reads it, so no size can be compared.
             continue;
@@ -108,7 +115,8 @@ TEST(MediaFixtures, Mpeg4AndJpegMatchFfprobeAndIdentify)
             ASSERT_NE(vol, std::string::npos);
             const int32_t divisor = l[2] == 1 ? 1 : 2; // interlaced: half each way
             got[0] = COM_ProcMpeg4VOL(m.at(vol + 4), &got[1], &got[2], &got[3]);
-            EXPECT_EQ(got, (Ints{0, l[0] / divisor, l[1] / divisor, l[5] == 1 ? l[3] * 100 / l[4] : -5}));
+            EXPECT_EQ(
+                got, (Ints{0, l[0] / divisor, l[1] / divisor, l[5] == 1 ? l[3] * 100 / l[4] : -5}));
             ++files;
         } else if (l.w[0] == "jpeg") {
             const Media m(l.w[1]);

@@ -46,8 +46,9 @@ TEST(Digests, PublishedVectors)
 {
     EXPECT_EQ(md5(""), "d41d8cd98f00b204e9800998ecf8427e");
     EXPECT_EQ(md5("abcdefghijklmnopqrstuvwxyz"), "c3fcd3d76192e4007dfb496cca67e13b");
-    EXPECT_EQ(md5("12345678901234567890123456789012345678901234567890123456789012345678901234567890"),
-              "57edf4a22be3c955ac49da2e2107b67a");
+    EXPECT_EQ(
+        md5("12345678901234567890123456789012345678901234567890123456789012345678901234567890"),
+        "57edf4a22be3c955ac49da2e2107b67a");
     EXPECT_EQ(md5(std::string(1000000, 'a')), "7707d6ae4e027c70eea2a935c2296f21");
     char text[COM_MD5_TEXT_SIZE + 1] = "";
     COM_MakeStrMD5(text, "message digest");
@@ -77,15 +78,18 @@ TEST(Digests, FilesMatchMd5sumAndSha1sum)
         EXPECT_EQ(md5Out + std::string("  f\n"), shell(dir, "md5sum f")) << size;
         EXPECT_EQ(md5Out, md5(data)) << size;
         uint8_t sha1Out[COM_SHA1_SIZE];
-        const std::string log = fake::captureStdout([&] { COM_MakeFileSHA1(sha1Out, path.c_str()); });
+        const std::string log =
+            fake::captureStdout([&] { COM_MakeFileSHA1(sha1Out, path.c_str()); });
         EXPECT_EQ(hex(sha1Out) + "  f\n", shell(dir, "sha1sum f")) << size;
-        EXPECT_EQ(fake::withoutLineNumbers(log), "file_digest.cpp,N: Digest = [" + hex(sha1Out) + "]\n");
+        EXPECT_EQ(fake::withoutLineNumbers(log),
+                  "file_digest.cpp,N: Digest = [" + hex(sha1Out) + "]\n");
     }
     char md5Out[] = "untouched";
     const std::string log = fake::captureStdout([&] { COM_MakeFileMD5(md5Out, "/nonexistent"); });
     EXPECT_STREQ(md5Out, "untouched");
     EXPECT_EQ(fake::withoutLineNumbers(log),
-              "file_digest.cpp,N:COM_MakeFileMD5(): open(/nonexistent) fail : No such file or directory\n");
+              "file_digest.cpp,N:COM_MakeFileMD5(): open(/nonexistent) fail : No such file or "
+              "directory\n");
 }
 
 TEST(Digests, CheckAgainstWhatMd5sumWrites)
@@ -96,12 +100,14 @@ TEST(Digests, CheckAgainstWhatMd5sumWrites)
     const auto check = [&](const std::string &side, const char *suffix = nullptr) {
         dir.write(std::string("clip.ts") + (suffix != nullptr ? suffix : ".md5"), side);
         int rc = 0;
-        const std::string log = fake::captureStdout([&] { rc = COM_CheckFileMD5(file.c_str(), suffix); });
+        const std::string log =
+            fake::captureStdout([&] { rc = COM_CheckFileMD5(file.c_str(), suffix); });
         return std::make_pair(rc, fake::withoutLineNumbers(log));
     };
     const auto passed = std::make_pair(0, "file_digest.cpp,N: md5sum(" + file + ") passed\n");
     const auto failed = [&](const std::string &recorded) {
-        return std::make_pair(-1, "COM_CheckFileMD5(" + file + ") failed\n  => [" + digest + "] vs [" + recorded + "]\n");
+        return std::make_pair(-1, "COM_CheckFileMD5(" + file + ") failed\n  => [" + digest +
+                                      "] vs [" + recorded + "]\n");
     };
     const auto unnamed = std::make_pair(-1, std::string());
     std::string upper = digest;
@@ -112,10 +118,13 @@ TEST(Digests, CheckAgainstWhatMd5sumWrites)
     EXPECT_EQ(check(digest + "\t/elsewhere/clip.ts\r\n", ".sum"), passed);
     EXPECT_EQ(check(upper + "  clip.ts\n"), failed(upper));
     EXPECT_EQ(check("clip.ts  " + digest + "\n"), failed("")); // the name first: no recorded digest
-    EXPECT_EQ(check(shell(dir, "md5sum -b clip.ts")), unnamed);    // "*clip.ts": the star is part of it
+    EXPECT_EQ(check(shell(dir, "md5sum -b clip.ts")),
+              unnamed); // "*clip.ts": the star is part of it
     EXPECT_EQ(check(shell(dir, "md5sum --tag clip.ts")), unnamed); // "MD5 (clip.ts) = ..."
-    EXPECT_EQ(check(digest + "  other.ts\n" + digest + "  clip.ts\n"), unnamed); // only the first line
-    EXPECT_EQ(check(""), std::make_pair(-1, "file_digest.cpp,N: Can't read md5 in [" + file + ".md5]\n"));
+    EXPECT_EQ(check(digest + "  other.ts\n" + digest + "  clip.ts\n"),
+              unnamed); // only the first line
+    EXPECT_EQ(check(""),
+              std::make_pair(-1, "file_digest.cpp,N: Can't read md5 in [" + file + ".md5]\n"));
 }
 
 } // namespace

@@ -19,11 +19,12 @@ struct EditCase {
     std::vector<COM_ITEM> items;
     int result;
     std::string after, matched; // matched: '1' for each item whose keyLen is 0 after the call
-    COM_ITEM_LIST flags = {}; // findOnly, anywhere, appendMissing
+    COM_ITEM_LIST flags = {};   // findOnly, anywhere, appendMissing
 };
 
 using Outcome = std::pair<int, std::string>;
-constexpr COM_ITEM_LIST kAppend = {0, 0, 0, 1, nullptr}, kAnywhere = {0, 0, 1, 0, nullptr}, kFindOnly = {0, 1, 0, 0, nullptr};
+constexpr COM_ITEM_LIST kAppend = {0, 0, 0, 1, nullptr}, kAnywhere = {0, 0, 1, 0, nullptr},
+                        kFindOnly = {0, 1, 0, 0, nullptr};
 
 class ItemFile : public testing::Test {
 protected:
@@ -37,8 +38,9 @@ protected:
     {
         list.count = static_cast<int>(items.size());
         list.items = items.data();
-        Outcome o {};
-        o.second = fake::withoutLineNumbers(fake::captureStdout([&] { o.first = COM_ReplaceItemsInFile(path.c_str(), &list); }));
+        Outcome o{};
+        o.second = fake::withoutLineNumbers(
+            fake::captureStdout([&] { o.first = COM_ReplaceItemsInFile(path.c_str(), &list); }));
         EXPECT_TRUE(std::filesystem::is_empty(var));
         return o;
     }
@@ -52,7 +54,8 @@ TEST_P(ItemEdits, RewritesTheSameFile)
 {
     const EditCase &c = GetParam();
     const std::string path = c.before ? dir.write("conf", *c.before) : dir.file("conf");
-    struct stat old {}, now {};
+    struct stat old {
+    }, now{};
     stat(path.c_str(), &old);
     auto items = c.items;
     EXPECT_EQ(replace(path, items, c.flags), (Outcome{c.result, ""}));
@@ -71,34 +74,97 @@ const std::string kLong(260, 'x'); // read as 255 characters, then the rest
 INSTANTIATE_TEST_SUITE_P(
     Cases, ItemEdits,
     testing::Values(
-        EditCase{"ShorterLineShrinksTheFile", "a=1\nname=a long value\nc=3\n", {{5, "NAME=", "name=x"}}, 1, "a=1\nname=x\nc=3\n", "1"},
-        EditCase{"EmptyValueRemovesTheFirstMatchOnly", "x=1\nx=2\n", {{2, "x=", ""}}, 1, "x=2\n", "1"},
-        EditCase{"MissingFileGetsTheAppendedValues", std::nullopt, {{2, "a=", "a=1"}, {2, "b=", ""}, {2, "c=", "c=3"}}, 2, "a=1\nc=3\n", "000", kAppend},
+        EditCase{"ShorterLineShrinksTheFile",
+                 "a=1\nname=a long value\nc=3\n",
+                 {{5, "NAME=", "name=x"}},
+                 1,
+                 "a=1\nname=x\nc=3\n",
+                 "1"},
+        EditCase{
+            "EmptyValueRemovesTheFirstMatchOnly", "x=1\nx=2\n", {{2, "x=", ""}}, 1, "x=2\n", "1"},
+        EditCase{"MissingFileGetsTheAppendedValues",
+                 std::nullopt,
+                 {{2, "a=", "a=1"}, {2, "b=", ""}, {2, "c=", "c=3"}},
+                 2,
+                 "a=1\nc=3\n",
+                 "000",
+                 kAppend},
         EditCase{"NoMatchLeavesTheBytes", "k v\r\nlast", {{1, "z", "z=1"}}, 0, "k v\r\nlast", "0"},
         EditCase{"LastLineWithoutFeedStays", "a=1\nb=2", {{2, "a=", "a=9"}}, 1, "a=9\nb=2", "1"},
         EditCase{"ReplacedLastLineGetsAFeed", "a=1\nb=2", {{2, "b=", "b=3"}}, 1, "a=1\nb=3\n", "1"},
-        EditCase{"AppendedAfterLastLineWithoutFeed", "a=1", {{2, "c=", "c=3"}}, 1, "a=1\nc=3\n", "0", kAppend},
-        EditCase{"FindOnlyAnywhereAppendsNothing", "nodev\tsysfs\n\text4\nnodev\tproc\n", {{5, "\tproc", "x"}, {4, "\tnfs", "y"}}, 1,
-                 "nodev\tsysfs\n\text4\nnodev\tproc\n", "10", {0, 1, 1, 1, nullptr}},
-        EditCase{"FindOnlyCreatesAMissingFile", std::nullopt, {{1, "a", "a"}}, 0, "", "0", kFindOnly},
-        EditCase{"AnywhereInTheSecondPiece", kLong + "needle\n", {{6, "needle", "new"}}, 1, std::string(255, 'x') + "new\n", "1", kAnywhere},
-        EditCase{"StartOfTheSecondPiece", kLong + "needle\n", {{11, "xxxxxneedle", "new"}}, 1, std::string(255, 'x') + "new\n", "1"},
-        EditCase{"KeyAcrossPiecesIsNotSeen", std::string(250, 'x') + "needle\n", {{6, "needle", "new"}}, 0, std::string(250, 'x') + "needle\n", "0", kAnywhere},
+        EditCase{"AppendedAfterLastLineWithoutFeed",
+                 "a=1",
+                 {{2, "c=", "c=3"}},
+                 1,
+                 "a=1\nc=3\n",
+                 "0",
+                 kAppend},
+        EditCase{"FindOnlyAnywhereAppendsNothing",
+                 "nodev\tsysfs\n\text4\nnodev\tproc\n",
+                 {{5, "\tproc", "x"}, {4, "\tnfs", "y"}},
+                 1,
+                 "nodev\tsysfs\n\text4\nnodev\tproc\n",
+                 "10",
+                 {0, 1, 1, 1, nullptr}},
+        EditCase{
+            "FindOnlyCreatesAMissingFile", std::nullopt, {{1, "a", "a"}}, 0, "", "0", kFindOnly},
+        EditCase{"AnywhereInTheSecondPiece",
+                 kLong + "needle\n",
+                 {{6, "needle", "new"}},
+                 1,
+                 std::string(255, 'x') + "new\n",
+                 "1",
+                 kAnywhere},
+        EditCase{"StartOfTheSecondPiece",
+                 kLong + "needle\n",
+                 {{11, "xxxxxneedle", "new"}},
+                 1,
+                 std::string(255, 'x') + "new\n",
+                 "1"},
+        EditCase{"KeyAcrossPiecesIsNotSeen",
+                 std::string(250, 'x') + "needle\n",
+                 {{6, "needle", "new"}},
+                 0,
+                 std::string(250, 'x') + "needle\n",
+                 "0",
+                 kAnywhere},
         EditCase{"NoItemsCopiesTheFile", "a\nb", {}, 0, "a\nb", ""},
-        EditCase{"SameKeyTakesTheNextMatch", "p=1\np=2\np=3\n", {{2, "p=", "p=A"}, {2, "p=", "p=B"}}, 2, "p=A\np=B\np=3\n", "11"},
-        EditCase{"PrefixKeyTakesLongerKeys", "ab=1\na=2\n", {{1, "a", "a=9"}}, 1, "a=9\na=2\n", "1"},
-        EditCase{"KeyLenCountsAndZeroOrLessTakesNoPart", "abc=1\nq=2\n", {{1, "aXX", "a"}, {0, "q", "q=3"}, {-1, "q", "q=4"}}, 1, "a\nq=2\n", "110", kAppend},
-        EditCase{"ZeroBytesAreKept", std::string("a\0b\nc=1\n", 8), {{2, "c=", "c=2"}}, 1, std::string("a\0b\nc=2\n", 8), "1"}),
+        EditCase{"SameKeyTakesTheNextMatch",
+                 "p=1\np=2\np=3\n",
+                 {{2, "p=", "p=A"}, {2, "p=", "p=B"}},
+                 2,
+                 "p=A\np=B\np=3\n",
+                 "11"},
+        EditCase{
+            "PrefixKeyTakesLongerKeys", "ab=1\na=2\n", {{1, "a", "a=9"}}, 1, "a=9\na=2\n", "1"},
+        EditCase{"KeyLenCountsAndZeroOrLessTakesNoPart",
+                 "abc=1\nq=2\n",
+                 {{1, "aXX", "a"}, {0, "q", "q=3"}, {-1, "q", "q=4"}},
+                 1,
+                 "a\nq=2\n",
+                 "110",
+                 kAppend},
+        EditCase{"ZeroBytesAreKept",
+                 std::string("a\0b\nc=1\n", 8),
+                 {{2, "c=", "c=2"}},
+                 1,
+                 std::string("a\0b\nc=2\n", 8),
+                 "1"}),
     [](const testing::TestParamInfo<EditCase> &info) { return std::string(info.param.name); });
 
 TEST_F(ItemFile, FailuresLeaveTheTargetAndNoTemporaryFile)
 {
     const std::string path = dir.write("conf", "a=1\n");
     std::vector<COM_ITEM> items = {{2, "a=", "a=2"}};
-    EXPECT_EQ(replace(dir.path(), items), (Outcome{-1, "item_replace.cpp,N:COM_ReplaceItemsInFile(): fopen(" + dir.path() + ") failed : Is a directory\n"}));
-    EXPECT_EQ(replace(dir.file("no/such/conf"), items), (Outcome{-1, ""})); // can't be created: no report
+    EXPECT_EQ(replace(dir.path(), items),
+              (Outcome{-1, "item_replace.cpp,N:COM_ReplaceItemsInFile(): fopen(" + dir.path() +
+                               ") failed : Is a directory\n"}));
+    EXPECT_EQ(replace(dir.file("no/such/conf"), items),
+              (Outcome{-1, ""})); // can't be created: no report
     fake::redirect("/var", dir.file("gone"));
-    EXPECT_EQ(replace(path, items), (Outcome{-1, "item_replace.cpp,N:COM_ReplaceItemsInFile(): mkstemp() failed : No such file or directory\n"}));
+    EXPECT_EQ(replace(path, items),
+              (Outcome{-1, "item_replace.cpp,N:COM_ReplaceItemsInFile(): mkstemp() failed : No "
+                           "such file or directory\n"}));
     EXPECT_EQ(fake::readFile(path), "a=1\n");
     EXPECT_EQ(items[0].keyLen, 2);
 }
@@ -122,7 +188,11 @@ TEST_F(ItemFile, FailedTemporaryWriteLeavesTheTarget)
     setrlimit(RLIMIT_FSIZE, &old);
     signal(SIGXFSZ, oldHandler);
     // 4 + 20 * 100 bytes fit; the next line doesn't.
-    EXPECT_EQ(got, (Outcome{-1, "item_replace.cpp,N:COM_ReplaceItemsInFile(): fprintf() fail : File too large : " + text.substr(2100, 100)}));
+    EXPECT_EQ(
+        got,
+        (Outcome{-1,
+                 "item_replace.cpp,N:COM_ReplaceItemsInFile(): fprintf() fail : File too large : " +
+                     text.substr(2100, 100)}));
     EXPECT_EQ(fake::readFile(path), text);
     EXPECT_EQ(items[0].keyLen, 0); // matched before the failure
     EXPECT_EQ(items[1].keyLen, 3);

@@ -14,15 +14,17 @@ protected:
             fake::redirect(prefix, dir.path() + prefix);
         }
     }
-    std::string quiet(const std::function<void()> &fn) { return fake::withoutLineNumbers(fake::captureStdout(fn)); }
+    std::string quiet(const std::function<void()> &fn)
+    {
+        return fake::withoutLineNumbers(fake::captureStdout(fn));
+    }
     fake::TempDir dir;
 };
 
-const char *const kPci =
-    "0000\t10b50000\t0\tfe000000\tehci_hcd\n"
-    "0008\t10330035\t0\tfd000000\tOHCI_hcd\n"
-    "0010\t10330035\t0\tfc000000\tohci_hcd\n"
-    "0018\t1b4b9170\t0\tfb000000\tsata_mv\n";
+const char *const kPci = "0000\t10b50000\t0\tfe000000\tehci_hcd\n"
+                         "0008\t10330035\t0\tfd000000\tOHCI_hcd\n"
+                         "0010\t10330035\t0\tfc000000\tohci_hcd\n"
+                         "0018\t1b4b9170\t0\tfb000000\tsata_mv\n";
 
 TEST_F(SystemInfo, PciDevicesByDriverName)
 {
@@ -46,16 +48,16 @@ TEST_F(SystemInfo, PciListMissing)
 {
     uint32_t ids[1];
     EXPECT_EQ(quiet([&] { EXPECT_EQ(COM_GetPciDeviceId("x", ids, 1), -1); }),
-              "pci_info.cpp,N:COM_GetPciDeviceId(): fopen(/proc/bus/pci/devices) error : No such file or directory\n");
+              "pci_info.cpp,N:COM_GetPciDeviceId(): fopen(/proc/bus/pci/devices) error : No such "
+              "file or directory\n");
 }
 
 TEST_F(SystemInfo, FreeMemoryFromTheSummaryLines)
 {
-    dir.write("proc/meminfo",
-              "        total:    used:    free:  shared: buffers:  cached:\n"
-              "Mem:  262144000 200000000 62144000 0 1000 2000\n"
-              "Swap: 0 0 0\n"
-              "MemTotal:       256000 kB\n");
+    dir.write("proc/meminfo", "        total:    used:    free:  shared: buffers:  cached:\n"
+                              "Mem:  262144000 200000000 62144000 0 1000 2000\n"
+                              "Swap: 0 0 0\n"
+                              "MemTotal:       256000 kB\n");
     int mem = 0, swap = 7;
     EXPECT_EQ(quiet([&] { EXPECT_EQ(COM_GetFreeMemAndSwap(&mem, &swap), 0); }),
               "mem_info.cpp,N:COM_GetFreeMemAndSwap(): Free - (Mem, Swap) = (62144000, 0)\n");
@@ -80,8 +82,8 @@ TEST_F(SystemInfo, KernelVersion)
     const Case cases[] = {
         {"Linux version 2.6.24-abc (root@build) (gcc 4.2) #1 PREEMPT\n", "2.6.24", "abc"},
         {"Linux version 6.1.0-18-amd64 (debian-kernel)\n", "6.1.0", "18-amd64"},
-        {"Linux version 2.6.24-abc", "2.6.24", ""},  // the rest runs to the end
-        {"Linux version 2.6.24", "", ""},            // so do the digits
+        {"Linux version 2.6.24-abc", "2.6.24", ""}, // the rest runs to the end
+        {"Linux version 2.6.24", "", ""},           // so do the digits
         {"Linux version 2.6", "", ""},
         {"Linux 2.6.24-abc x", "", ""},
     };
@@ -121,16 +123,25 @@ TEST_F(SystemInfo, RevisionWithFourDigits)
 TEST_F(SystemInfo, MimeTypes)
 {
     const std::pair<const char *, const char *> cases[] = {
-        {"clip.avi", "video/x-msvideo"}, {"a.jpeg", "image/jpeg"}, {"archive.tar.zip", "application/zip"},
-        {"CLIP.AVI", "text/plain"},      {"noext", "text/plain"},  {"odd.xyz", "text/plain"},
-        {"dir.mp4/file", "text/plain"},  {"x.mp4", "video/mp4"},   {nullptr, "text/plain"},
+        {"clip.avi", "video/x-msvideo"},
+        {"a.jpeg", "image/jpeg"},
+        {"archive.tar.zip", "application/zip"},
+        {"CLIP.AVI", "text/plain"},
+        {"noext", "text/plain"},
+        {"odd.xyz", "text/plain"},
+        {"dir.mp4/file", "text/plain"},
+        {"x.mp4", "video/mp4"},
+        {nullptr, "text/plain"},
     };
     for (const auto &[name, type] : cases) {
-        std::string log = quiet([&] { EXPECT_STREQ(COM_GetMimeType(name), type) << (name ? name : "null"); });
+        std::string log =
+            quiet([&] { EXPECT_STREQ(COM_GetMimeType(name), type) << (name ? name : "null"); });
         EXPECT_EQ(log.rfind("mime_type.cpp,N: [", 0), 0u);
     }
-    EXPECT_EQ(quiet([] { COM_GetMimeType("x.gif"); }), "mime_type.cpp,N: [x.gif][gif] => [image/gif]\n");
-    EXPECT_EQ(quiet([] { COM_GetMimeType("x"); }), "mime_type.cpp,N: [x][(null)] => [text/plain]\n");
+    EXPECT_EQ(quiet([] { COM_GetMimeType("x.gif"); }),
+              "mime_type.cpp,N: [x.gif][gif] => [image/gif]\n");
+    EXPECT_EQ(quiet([] { COM_GetMimeType("x"); }),
+              "mime_type.cpp,N: [x][(null)] => [text/plain]\n");
 }
 
 TEST(TimeOps, SubtractWithCarry)

@@ -100,8 +100,10 @@ TEST_F(ThreadRegistry, TableGrowsWithAnEndMarkAndPidFiles)
 TEST_F(ThreadRegistry, UnwritablePidFileIsLoggedAndRegistrationGoesOn)
 {
     fake::redirect("/var/run", dir.write("file", "") + "/run"); // under a plain file
-    const std::string log = fake::withoutLineNumbers(fake::captureStdout([] { EXPECT_EQ(COM_LogThread("t"), 1); }));
-    EXPECT_NE(log.find("thread_registry.cpp,N:COM_LogThread(): fopen(/var/run/t.thread.pid) error : Not a directory\n"),
+    const std::string log =
+        fake::withoutLineNumbers(fake::captureStdout([] { EXPECT_EQ(COM_LogThread("t"), 1); }));
+    EXPECT_NE(log.find("thread_registry.cpp,N:COM_LogThread(): fopen(/var/run/t.thread.pid) error "
+                       ": Not a directory\n"),
               std::string::npos)
         << log;
 }
@@ -121,10 +123,16 @@ TEST_F(ThreadRegistry, MemUsageAndShow)
         COM_ShowThread();
     }));
     const std::string pid = std::to_string(getpid());
-    EXPECT_EQ(log, "thread_registry.cpp,N:COM_LogThreadMemUsage(): [0] : " + pid + " - [100] - worker\n"
-                   "thread_registry.cpp,N:COM_LogThreadMemUsage(): [0] : " + pid + " - [70] - worker\n"
-                   "thread_registry.cpp,N:COM_ShowThread(): [0] : " + pid + " - [worker] - [] - [70]\n"
-                   "thread_registry.cpp,N:COM_ShowThread(): [1] : " + pid + " - [other] - [] - [0]\n");
+    EXPECT_EQ(log, "thread_registry.cpp,N:COM_LogThreadMemUsage(): [0] : " + pid +
+                       " - [100] - worker\n"
+                       "thread_registry.cpp,N:COM_LogThreadMemUsage(): [0] : " +
+                       pid +
+                       " - [70] - worker\n"
+                       "thread_registry.cpp,N:COM_ShowThread(): [0] : " +
+                       pid +
+                       " - [worker] - [] - [70]\n"
+                       "thread_registry.cpp,N:COM_ShowThread(): [1] : " +
+                       pid + " - [other] - [] - [0]\n");
 }
 
 TEST_F(ThreadRegistry, CheckStateFromProc)
@@ -194,7 +202,8 @@ TEST_F(ThreadRegistry, DestroyDoesNotWaitForTheSleep)
 #if defined(__powerpc__)
     GTEST_SKIP() << "qemu-user aborts a thread cancelled inside a blocking call";
 #endif
-    struct timespec start {}, end {};
+    struct timespec start {
+    }, end{};
     clock_gettime(CLOCK_MONOTONIC, &start);
     ASSERT_EQ(COM_CreateThreadWatchdog(60), 0);
     while (true) { // the watchdog has registered itself

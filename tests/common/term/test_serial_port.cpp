@@ -10,12 +10,15 @@
 
 namespace {
 
-const char *const kTable =
-    "usbserinfo:1.0 driver:2.0\n"
-    "0: module:pl2303 name:\"pl2303\" vendor:067b product:2303 num_ports:1 port:0 path:usb-ohci.1-4\n"
-    "1: module:ftdi_sio name:\"FTDI\" vendor:0403 product:6001 num_ports:1 port:0 path:usb-ehci.0-3\n"
-    "2: module:pl2303 name:\"pl2303\" vendor:067b product:2303 num_ports:1 port:0 path:usb-ehci.1-1\n"
-    "3: module:pl2303 name:\"pl2303\" vendor:067b product:2303 num_ports:1 port:0 path:usb-ehci.1-2\n";
+const char *const kTable = "usbserinfo:1.0 driver:2.0\n"
+                           "0: module:pl2303 name:\"pl2303\" vendor:067b product:2303 num_ports:1 "
+                           "port:0 path:usb-ohci.1-4\n"
+                           "1: module:ftdi_sio name:\"FTDI\" vendor:0403 product:6001 num_ports:1 "
+                           "port:0 path:usb-ehci.0-3\n"
+                           "2: module:pl2303 name:\"pl2303\" vendor:067b product:2303 num_ports:1 "
+                           "port:0 path:usb-ehci.1-1\n"
+                           "3: module:pl2303 name:\"pl2303\" vendor:067b product:2303 num_ports:1 "
+                           "port:0 path:usb-ehci.1-2\n";
 
 struct PortCase {
     int port;
@@ -40,10 +43,12 @@ TEST_P(SerialPort, ResolvesTheAdapterInTheSocket)
 {
     const PortCase &c = GetParam();
     char name[COM_SERIAL_PATH_SIZE] = "untouched";
-    const std::string log = fake::withoutLineNumbers(fake::captureStdout([&] { EXPECT_EQ(COM_GetSerialPort(c.port, name), c.result); }));
+    const std::string log = fake::withoutLineNumbers(
+        fake::captureStdout([&] { EXPECT_EQ(COM_GetSerialPort(c.port, name), c.result); }));
     EXPECT_STREQ(name, c.name != nullptr ? c.name : "untouched");
-    const std::string last = "serial_port.cpp,N:COM_GetSerialPort(): path[" + std::to_string(c.port) + "] = [" +
-                             c.stoppedAt + "], (result, pName) = (" + std::to_string(c.result) + ", " + name + ")\n";
+    const std::string last =
+        "serial_port.cpp,N:COM_GetSerialPort(): path[" + std::to_string(c.port) + "] = [" +
+        c.stoppedAt + "], (result, pName) = (" + std::to_string(c.result) + ", " + name + ")\n";
     ASSERT_GE(log.size(), last.size());
     EXPECT_EQ(log.substr(log.size() - last.size()), last) << log;
 }
@@ -72,16 +77,21 @@ TEST_F(SerialPort, MakesTheCharacterNode)
 TEST_F(SerialPort, ComparisonsAreTracedAndMissingTablesReported)
 {
     char name[COM_SERIAL_PATH_SIZE] = {};
-    std::string log = fake::withoutLineNumbers(fake::captureStdout([&] { COM_GetSerialPort(4, name); }));
-    EXPECT_NE(log.find("COM_GetSerialPort(): [4][0][0] - [0] <=> [0-1]\n"), std::string::npos) << log;
-    EXPECT_NE(log.find("COM_GetSerialPort(): [4][0][0] - [1-2] <=> [0-1]\n"), std::string::npos) << log;
+    std::string log =
+        fake::withoutLineNumbers(fake::captureStdout([&] { COM_GetSerialPort(4, name); }));
+    EXPECT_NE(log.find("COM_GetSerialPort(): [4][0][0] - [0] <=> [0-1]\n"), std::string::npos)
+        << log;
+    EXPECT_NE(log.find("COM_GetSerialPort(): [4][0][0] - [1-2] <=> [0-1]\n"), std::string::npos)
+        << log;
 
     fake::redirect("/proc/tty/driver", dir.file("none"));
-    log = fake::withoutLineNumbers(fake::captureStdout([&] { EXPECT_EQ(COM_GetSerialPort(2, name), -1); }));
+    log = fake::withoutLineNumbers(
+        fake::captureStdout([&] { EXPECT_EQ(COM_GetSerialPort(2, name), -1); }));
     EXPECT_EQ(log.substr(0, log.find('\n') + 1),
               "serial_port.cpp,N:COM_GetSerialPort(): open(/proc/tty/driver/usb-serial, "
               "/proc/tty/driver/usbserial) failed! : No such file or directory\n");
-    log = fake::withoutLineNumbers(fake::captureStdout([&] { EXPECT_EQ(COM_GetSerialPort(5, name), -1); }));
+    log = fake::withoutLineNumbers(
+        fake::captureStdout([&] { EXPECT_EQ(COM_GetSerialPort(5, name), -1); }));
     EXPECT_EQ(log, "serial_port.cpp,N:COM_GetSerialPort(): Un-support idx = 5\n");
 }
 

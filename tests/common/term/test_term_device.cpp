@@ -51,14 +51,17 @@ TEST_F(TermDevice, OpenAppliesTheLineSettingsAndCloseGivesThemBack)
     const struct termios t = settingsNow();
     EXPECT_EQ(t.c_iflag, static_cast<tcflag_t>(ICRNL | IXON));
     EXPECT_EQ(t.c_oflag, static_cast<tcflag_t>(OPOST | ONLCR));
-    EXPECT_EQ(t.c_cflag & ~static_cast<tcflag_t>(CBAUD), static_cast<tcflag_t>(CS8 | CREAD | HUPCL | CLOCAL));
-    EXPECT_EQ(t.c_lflag, static_cast<tcflag_t>(ISIG | ICANON | ECHO | ECHOE | ECHOK | ECHOCTL | IEXTEN));
+    EXPECT_EQ(t.c_cflag & ~static_cast<tcflag_t>(CBAUD),
+              static_cast<tcflag_t>(CS8 | CREAD | HUPCL | CLOCAL));
+    EXPECT_EQ(t.c_lflag,
+              static_cast<tcflag_t>(ISIG | ICANON | ECHO | ECHOE | ECHOK | ECHOCTL | IEXTEN));
     EXPECT_EQ(cfgetospeed(&t), static_cast<speed_t>(B9600));
     const struct {
         int index;
         int value;
-    } cc[] = {{VINTR, 3}, {VQUIT, 28}, {VERASE, 127}, {VKILL, 21}, {VEOF, 4}, {VMIN, 1}, {VTIME, 0},
-              {VSTART, 17}, {VSTOP, 19}, {VSUSP, 26}, {VREPRINT, 18}, {VDISCARD, 15}, {VWERASE, 23}, {VLNEXT, 22}};
+    } cc[] = {{VINTR, 3},     {VQUIT, 28},    {VERASE, 127}, {VKILL, 21}, {VEOF, 4},
+              {VMIN, 1},      {VTIME, 0},     {VSTART, 17},  {VSTOP, 19}, {VSUSP, 26},
+              {VREPRINT, 18}, {VDISCARD, 15}, {VWERASE, 23}, {VLNEXT, 22}};
     for (const auto &c : cc) {
         EXPECT_EQ(t.c_cc[c.index], c.value) << c.index;
     }
@@ -72,7 +75,8 @@ TEST_F(TermDevice, OpenAppliesTheLineSettingsAndCloseGivesThemBack)
     EXPECT_EQ(after.c_iflag, before.c_iflag);
     EXPECT_EQ(cfgetospeed(&after), cfgetospeed(&before));
 
-    const std::string log = fake::withoutLineNumbers(fake::captureStdout([&] { EXPECT_EQ(COM_CloseTermDevice(&info), -1); }));
+    const std::string log = fake::withoutLineNumbers(
+        fake::captureStdout([&] { EXPECT_EQ(COM_CloseTermDevice(&info), -1); }));
     EXPECT_EQ(log, "term_device.cpp,N:COM_CloseTermDevice(): no valid fd found\n");
 }
 
@@ -80,8 +84,11 @@ TEST_F(TermDevice, BadDirectionOpensReadOnly)
 {
     fake::clock::enable();
     info.direction = 7;
-    const std::string log = fake::withoutLineNumbers(fake::captureStdout([&] { EXPECT_EQ(COM_OpenTermDevice(slave.c_str(), &info), 0); }));
-    EXPECT_EQ(log, "term_device.cpp,N:COM_OpenTermDevice(): pDevInfo->direction = 7, use default O_RDONLY\n");
+    const std::string log = fake::withoutLineNumbers(
+        fake::captureStdout([&] { EXPECT_EQ(COM_OpenTermDevice(slave.c_str(), &info), 0); }));
+    EXPECT_EQ(
+        log,
+        "term_device.cpp,N:COM_OpenTermDevice(): pDevInfo->direction = 7, use default O_RDONLY\n");
     EXPECT_EQ(info.direction, 0);
     EXPECT_EQ(fcntl(info.fd, F_GETFL) & O_ACCMODE, O_RDONLY);
     COM_CloseTermDevice(&info);
@@ -91,29 +98,38 @@ TEST_F(TermDevice, FailuresToOpenAndToSet)
 {
     fake::clock::enable();
     strcpy(info.name, "kept");
-    std::string log = fake::withoutLineNumbers(fake::captureStdout([&] { EXPECT_EQ(COM_OpenTermDevice("/no/such/tty", &info), -2); }));
-    EXPECT_EQ(log, "term_device.cpp,N:COM_OpenTermDevice(): open(/no/such/tty) failed : No such file or directory\n");
+    std::string log = fake::withoutLineNumbers(
+        fake::captureStdout([&] { EXPECT_EQ(COM_OpenTermDevice("/no/such/tty", &info), -2); }));
+    EXPECT_EQ(log, "term_device.cpp,N:COM_OpenTermDevice(): open(/no/such/tty) failed : No such "
+                   "file or directory\n");
     EXPECT_STREQ(info.name, "kept");
     EXPECT_LT(info.fd, 0);
 
     // Not a terminal: the settings can't be read or set, and the device stays open.
-    log = fake::withoutLineNumbers(fake::captureStdout([&] { EXPECT_EQ(COM_OpenTermDevice("/dev/null", &info), -1); }));
-    EXPECT_NE(log.find("COM_OpenTermDevice(): tcgetattr(/dev/null) error : "), std::string::npos) << log;
-    EXPECT_NE(log.find("COM_OpenTermDevice(): tcsetattr(/dev/null) error : "), std::string::npos) << log;
+    log = fake::withoutLineNumbers(
+        fake::captureStdout([&] { EXPECT_EQ(COM_OpenTermDevice("/dev/null", &info), -1); }));
+    EXPECT_NE(log.find("COM_OpenTermDevice(): tcgetattr(/dev/null) error : "), std::string::npos)
+        << log;
+    EXPECT_NE(log.find("COM_OpenTermDevice(): tcsetattr(/dev/null) error : "), std::string::npos)
+        << log;
     EXPECT_GE(info.fd, 0);
-    log = fake::withoutLineNumbers(fake::captureStdout([&] { EXPECT_EQ(COM_CloseTermDevice(&info), 0); }));
-    EXPECT_NE(log.find("COM_CloseTermDevice(): tcsetattr(/dev/null) error : "), std::string::npos) << log;
+    log = fake::withoutLineNumbers(
+        fake::captureStdout([&] { EXPECT_EQ(COM_CloseTermDevice(&info), 0); }));
+    EXPECT_NE(log.find("COM_CloseTermDevice(): tcsetattr(/dev/null) error : "), std::string::npos)
+        << log;
 }
 
 // Once, on the real clock: the line really settles for half a second.
 TEST_F(TermDevice, OpenTakesHalfASecond)
 {
-    struct timespec start {}, end {};
+    struct timespec start {
+    }, end{};
     clock_gettime(CLOCK_MONOTONIC, &start);
     ASSERT_EQ(COM_OpenTermDevice(slave.c_str(), &info), 0);
     clock_gettime(CLOCK_MONOTONIC, &end);
     COM_CloseTermDevice(&info);
-    EXPECT_GE((end.tv_sec - start.tv_sec) * 1000000000LL + (end.tv_nsec - start.tv_nsec), 500'000'000LL);
+    EXPECT_GE((end.tv_sec - start.tv_sec) * 1000000000LL + (end.tv_nsec - start.tv_nsec),
+              500'000'000LL);
 }
 
 TEST(Sleep, TracesWithAFileName)

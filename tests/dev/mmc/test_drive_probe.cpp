@@ -22,10 +22,14 @@ TEST(DriveProbe, ReadinessTriesSleepASecondAfterEachFailure)
         fake::OpenDrive open(failures < 3 ? media::kCdRom : media::kNone);
         open.drive->failNext(0x00, failures, Sense{0x02, 0x04, 0x01});
         const int64_t before = fake::clock::sleptNs();
-        const std::string log = logOf([&] { EXPECT_EQ(Dev_TestUnitReady(nullptr, open.fd), failures < 3 ? 1 : 0); });
+        const std::string log =
+            logOf([&] { EXPECT_EQ(Dev_TestUnitReady(nullptr, open.fd), failures < 3 ? 1 : 0); });
         EXPECT_EQ(open.drive->issued.size(), static_cast<size_t>(std::min(failures + 1, 3)));
         EXPECT_EQ(fake::clock::sleptNs() - before, failures * 1'000'000'000LL);
-        EXPECT_EQ(log.size(), failures * std::string("mmc_exec.cpp,N:Dev_ExecMMC(): (() TEST UNIT READY) Fail\n").size());
+        EXPECT_EQ(
+            log.size(),
+            failures *
+                std::string("mmc_exec.cpp,N:Dev_ExecMMC(): (() TEST UNIT READY) Fail\n").size());
     }
 }
 
@@ -37,7 +41,8 @@ TEST(DriveProbe, BufferSizeInWholeMegabytes)
     for (const auto &[bytes, line] : cases) {
         open.drive->bufferBytes = bytes;
         EXPECT_EQ(logOf([&] { EXPECT_EQ(Dev_ReadBufferCapacity("sr0", open.fd), 1); }),
-                  std::string("drive_probe.cpp,N:Dev_ReadBufferCapacity(): buffer_size = ") + line + "\n");
+                  std::string("drive_probe.cpp,N:Dev_ReadBufferCapacity(): buffer_size = ") + line +
+                      "\n");
     }
     open.drive->failNext(0x5C, 1, Sense{0x05, 0x20, 0x00});
     logOf([&] { EXPECT_EQ(Dev_ReadBufferCapacity("sr0", open.fd), 0); });
@@ -53,7 +58,10 @@ TEST(DriveProbe, InquiryLinesAndModelText)
               "drive_probe.cpp,N: Vendor          = HL-DT-ST\n"
               "drive_probe.cpp,N: Product ID      = DVDRAM GSA-4083N\n"
               "drive_probe.cpp,N: Revision        = 1.00\n");
-    struct Case { std::string vendor, product; const char *model; };
+    struct Case {
+        std::string vendor, product;
+        const char *model;
+    };
     const Case cases[] = {
         {"HL-DT-ST", "DVDRAM GSA-4083N", "HLDTSTDVDRAM GSA4083N"},
         {"PIONEER ", "DVD-RW  DVR-108 ", "PIONEER DVDRW DVR108"},
@@ -69,10 +77,12 @@ TEST(DriveProbe, InquiryLinesAndModelText)
         memset(model, 'Z', sizeof model);
         const std::string log = logOf([&] { EXPECT_EQ(Dev_Inquiry("sr0", open.fd, model), 1); });
         EXPECT_STREQ(model, c.model) << c.vendor;
-        EXPECT_NE(log.find(std::string("drive_probe.cpp,N: pModel = [") + c.model + "]\n"), std::string::npos);
+        EXPECT_NE(log.find(std::string("drive_probe.cpp,N: pModel = [") + c.model + "]\n"),
+                  std::string::npos);
         // What the compaction freed is zeroed, up to where the text ended.
         const size_t end = c.vendor[0] != '\0' ? 24 : 0;
-        EXPECT_EQ(std::count(model, model + end, '\0'), static_cast<long>(end - strlen(model))) << c.vendor;
+        EXPECT_EQ(std::count(model, model + end, '\0'), static_cast<long>(end - strlen(model)))
+            << c.vendor;
     }
     open.drive->failNext(0x12, 1, Sense{0x04, 0x44, 0x00});
     char model[DEV_INQUIRY_MODEL_SIZE] = "kept";
@@ -84,7 +94,11 @@ TEST(DriveProbe, InquiryLinesAndModelText)
 // reset to 0 where the row has none, appendable is left alone.
 TEST(DriveProbe, ProfilesClassifyTheDisc)
 {
-    struct Case { uint16_t profile; const char *message; int type1, type2, type3, result; };
+    struct Case {
+        uint16_t profile;
+        const char *message;
+        int type1, type2, type3, result;
+    };
     const Case cases[] = {
         {0x0008, "It's CD-ROM and CANNOT be used for export!\n", 1, 1, 0, 0},
         {0x0009, "It's CD-R and supported!\n", 1, 2, 0, 1},
@@ -112,7 +126,8 @@ TEST(DriveProbe, ProfilesClassifyTheDisc)
         DiscInfo info{};
         info.type3 = 9;
         info.appendable = 5;
-        const std::string log = logOf([&] { EXPECT_EQ(Dev_GetConfiguration("sr0", open.fd, &info), c.result); });
+        const std::string log =
+            logOf([&] { EXPECT_EQ(Dev_GetConfiguration("sr0", open.fd, &info), c.result); });
         EXPECT_EQ(log.substr(log.rfind("drive_probe.cpp")),
                   std::string("drive_probe.cpp,N:Dev_GetConfiguration(): ") + c.message);
         EXPECT_EQ(std::tuple(info.type1, info.type2, info.type3, info.appendable),
@@ -128,8 +143,11 @@ TEST(DriveProbe, ConfigurationDumpAndFailure)
     DiscInfo info{};
     EXPECT_EQ(logOf([&] { EXPECT_EQ(Dev_GetConfiguration(nullptr, open.fd, &info), 0); }),
               "mmc_exec.cpp,N:Dev_ExecMMC(): (() GET CONFIGURATION) Success\n\n"
-              "0000h  00 00 00 0C 00 00 00 41 " + std::string(24, ' ') + "|.......A|\n\n"
-              "drive_probe.cpp,N:Dev_GetConfiguration(): Disc type(0x0041) unreconfized and unsupported!\n");
+              "0000h  00 00 00 0C 00 00 00 41 " +
+                  std::string(24, ' ') +
+                  "|.......A|\n\n"
+                  "drive_probe.cpp,N:Dev_GetConfiguration(): Disc type(0x0041) unreconfized and "
+                  "unsupported!\n");
 
     info = {7, 3, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
     open.drive->failNext(0x46, 1, Sense{0x02, 0x3A, 0x00});

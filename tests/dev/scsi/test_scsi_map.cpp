@@ -30,7 +30,8 @@ TEST_F(ScsiMap, NodeNamesOutOfRange)
     for (const int k : {26, -1}) {
         char name[SG_NAME_SIZE] = {};
         EXPECT_EQ(logOf([&] { Dev_MakeDevName(name, k, 0); }),
-                  "scsi_map.cpp,N:Dev_MakeDevName(): k = " + std::to_string(k) + ", out of range\n");
+                  "scsi_map.cpp,N:Dev_MakeDevName(): k = " + std::to_string(k) +
+                      ", out of range\n");
         EXPECT_STREQ(name, "/dev/sgxx");
     }
 }
@@ -46,16 +47,19 @@ TEST_F(ScsiMap, NumericMapWithAddressesAndReadiness)
     addScsiNode("/dev/sg5", {4, 0, 0, 0}, loaded)->failures[SCSI_IOCTL_GET_IDLUN] = ENOTTY;
     SgMapEntry map[SG_MAP_SIZE];
     memset(map, 0x55, sizeof map);
-    const std::string notReady = "mmc_exec.cpp,N:Dev_ExecMMC(): ((/dev/sg1) TEST UNIT READY) Fail\n";
-    EXPECT_EQ(logOf([&] { EXPECT_EQ(Dev_BuildSgMap(map), 2); }),
-              notReady + notReady + notReady +
-                  "scsi_map.cpp,N:Dev_BuildSgMap(): get bus no on /dev/sg4 failed : Invalid argument\n"
-                  "scsi_map.cpp,N:Dev_BuildSgMap(): get IDLUN on /dev/sg5 failed : Inappropriate ioctl for device\n");
+    const std::string notReady =
+        "mmc_exec.cpp,N:Dev_ExecMMC(): ((/dev/sg1) TEST UNIT READY) Fail\n";
+    EXPECT_EQ(
+        logOf([&] { EXPECT_EQ(Dev_BuildSgMap(map), 2); }),
+        notReady + notReady + notReady +
+            "scsi_map.cpp,N:Dev_BuildSgMap(): get bus no on /dev/sg4 failed : Invalid argument\n"
+            "scsi_map.cpp,N:Dev_BuildSgMap(): get IDLUN on /dev/sg5 failed : Inappropriate ioctl "
+            "for device\n");
     EXPECT_EQ(fake::clock::sleptNs(), 3'000'000'000LL);
     // Node number, ready, then the address.
-    const std::vector<int> expect[] = {{0, 1, 0, 0, 0, 0},     {1, 0, 1, 0, 2, 0},      {2, 0, -1, -1, -1, -1},
-                                       {3, 1, 2, 1, 5, 3},     {4, 0, -1, -1, -1, -1},  {5, 0, 4, -1, -1, -1},
-                                       {31, 0, -1, -1, -1, -1}};
+    const std::vector<int> expect[] = {
+        {0, 1, 0, 0, 0, 0},     {1, 0, 1, 0, 2, 0},    {2, 0, -1, -1, -1, -1}, {3, 1, 2, 1, 5, 3},
+        {4, 0, -1, -1, -1, -1}, {5, 0, 4, -1, -1, -1}, {31, 0, -1, -1, -1, -1}};
     for (const std::vector<int> &e : expect) {
         const SgMapEntry &m = map[e[0]];
         EXPECT_EQ(m.name, "/dev/sg" + std::to_string(e[0]));
@@ -65,7 +69,12 @@ TEST_F(ScsiMap, NumericMapWithAddressesAndReadiness)
 
 TEST_F(ScsiMap, FirstNodeDecidesTheNaming)
 {
-    struct Case { const char *first; int firstErrno; const char *other, *expectAt2; int ready; };
+    struct Case {
+        const char *first;
+        int firstErrno;
+        const char *other, *expectAt2;
+        int ready;
+    };
     const Case cases[] = {
         {nullptr, 0, "/dev/sgc", "/dev/sgc", 1},         // no /dev/sg0: letters
         {nullptr, 0, nullptr, "/dev/sgc", 0},            // nothing at all: letters, empty map
@@ -91,7 +100,8 @@ TEST_F(ScsiMap, FirstNodeDecidesTheNaming)
         EXPECT_STREQ(map[31].name, letters ? "/dev/sgxx" : "/dev/sg31");
         std::string outOfRange;
         for (int k = 26; letters && k < SG_MAP_SIZE; ++k) {
-            outOfRange += "scsi_map.cpp,N:Dev_MakeDevName(): k = " + std::to_string(k) + ", out of range\n";
+            outOfRange +=
+                "scsi_map.cpp,N:Dev_MakeDevName(): k = " + std::to_string(k) + ", out of range\n";
         }
         EXPECT_EQ(log, outOfRange);
     }
@@ -110,7 +120,8 @@ TEST_F(ScsiMap, BlockAndGenericNodes)
     addScsiNode("/dev/sdb", {0, 0, 1, 0});
     addScsiNode("/dev/sdd", {0, 0, 2, 0});
     addScsiNode("/dev/sr0", {2, 0, 0, 0}, empty);
-    addScsiNode("/dev/scd1", {2, 0, 0, 0}, empty); // a drive's two optical names: the first in table order
+    addScsiNode("/dev/scd1", {2, 0, 0, 0},
+                empty); // a drive's two optical names: the first in table order
     addScsiNode("/dev/sdc", {9, 0, 0, 0})->failures[SCSI_IOCTL_GET_IDLUN] = EIO;
     const std::string at = "scsi_map.cpp,N:Dev_SdToSg(): ";
     const std::tuple<const char *, int, const char *, std::string> toGeneric[] = {
@@ -128,14 +139,16 @@ TEST_F(ScsiMap, BlockAndGenericNodes)
         // Only the map's own readiness tries are logged besides.
         EXPECT_EQ(log.substr(std::min(log.find("scsi_map.cpp"), log.size())), message);
     }
-    EXPECT_EQ(logOf([] { EXPECT_EQ(Dev_SdToSg(nullptr, "/dev/sda"), -1); }), at + "((null), /dev/sda) : Null ptr\n");
+    EXPECT_EQ(logOf([] { EXPECT_EQ(Dev_SdToSg(nullptr, "/dev/sda"), -1); }),
+              at + "((null), /dev/sda) : Null ptr\n");
 
     const std::string sgAt = "scsi_map.cpp,N:Dev_SgToSd(): ";
     const std::string sdcFailed = sgAt + "get IDLUN on /dev/sdc failed : Input/output error\n";
     const std::tuple<const char *, int, const char *, std::string> toBlock[] = {
         {"/dev/sg0", 0, "/dev/sda", ""},
         {"/dev/sg1", 0, "/dev/sdb", ""},
-        {"/dev/sg2", 1, "/dev/scd1", sdcFailed}, // the walk met the node whose address can't be read
+        {"/dev/sg2", 1, "/dev/scd1",
+         sdcFailed}, // the walk met the node whose address can't be read
         {"/dev/sg3", -1, "kept", sdcFailed},
         {"/dev/sg9", -1, "kept", sgAt + "open(/dev/sg9) fail : No such file or directory\n"},
         {nullptr, -1, "kept", sgAt + "((null), kept) : Null ptr\n"},
