@@ -75,6 +75,10 @@ done
 grep -q 'Library soname: \[libdvrmodules.so.1\]' <<<"$(readelf -d "$lib")" || fail "soname"
 grep -q 'Shared library: \[libdvrmodules.so.1\]' <<<"$(readelf -d "$tool")" ||
   fail "tool without the shared library"
+for page in "$tmp"/root/usr/share/man/man*/*; do
+  warnings=$(groff -man -ww -z "$page" 2>&1)
+  [ -z "$warnings" ] || fail "$page: $warnings"
+done
 grep -q 'prefix=/usr$' "$tmp/root/usr/lib/pkgconfig/dvrmodules.pc" || fail "pc prefix"
 
 # The C library version the package asks for covers every symbol version used.
