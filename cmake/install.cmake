@@ -24,6 +24,11 @@ endforeach()
 # The library is C++ inside; a C program linking the archive needs its runtime.
 target_link_libraries(dvr_modules INTERFACE $<INSTALL_INTERFACE:stdc++>)
 
+# The board's flash is small: its tool and shared library are always installed
+# stripped, as if `cmake --install --strip` had been given.
+if(DVR_BOARD)
+  install(CODE "set(CMAKE_INSTALL_DO_STRIP TRUE)" COMPONENT Runtime)
+endif()
 install(TARGETS dvr_i2c RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Runtime)
 install(TARGETS dvr_modules_shared EXPORT DVRModulesTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime
