@@ -15,7 +15,7 @@ printf '%-20s %10s %10s %8s\n' file bytes stripped text
 for f in dvr_i2c libdvrmodules.so libdvrmodules.a; do
   powerpc-linux-gnu-strip --strip-unneeded -o "$tmp/$f" "$board/$f"
   text=$(powerpc-linux-gnu-size -t "$tmp/$f" | tail -1 | awk '{print $1}')
-  printf '%-20s %10d %10d %8d\n' "$f" "$(stat -c %s "$board/$f")" "$(stat -c %s "$tmp/$f")" "$text"
+  printf '%-20s %10d %10d %8d\n' "$f" "$(stat -L -c %s "$board/$f")" "$(stat -c %s "$tmp/$f")" "$text"
 done
 
 count() { git ls-files -- "$@" | grep -E '\.(c|cc|cpp|h|hpp)$' | xargs -r cat | grep -c -v '^[[:space:]]*$'; }
