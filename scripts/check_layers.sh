@@ -61,6 +61,9 @@ def folders():
 
 
 def check_rules_cover(rules):
+    for f in glob.glob("MODULES/COMMON/*.*") + glob.glob("MODULES/DEV/*.*"):
+        if os.path.basename(f) not in PUBLIC:
+            errors.append(f"{f}: sources and private headers belong in an area folder")
     for d in folders():
         if area_of(d + "/x") not in rules:
             errors.append(f"{d}/: no layer rule. Add its line (\"{d}/  -> areas it uses  what it "
