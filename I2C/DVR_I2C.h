@@ -13,6 +13,11 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+/* Everything declared here is the library's interface: it alone leaves the
+ * shared library, whose objects are built with hidden visibility. */
+#if defined(__GNUC__)
+#pragma GCC visibility push(default)
+#endif
 
 #define ZL740_DRIVER_PATH "/dev/zl340_main"
 
@@ -65,6 +70,9 @@ int DVR_SendI2CData(uint8_t id, uint32_t addr, uint8_t data);
 /* The tool: scans argv, performs the transfers, always returns 0. */
 int DVR_I2CToolMain(int argc, char **argv);
 
+#if defined(__GNUC__)
+#pragma GCC visibility pop
+#endif
 #ifdef __cplusplus
 }
 #endif

@@ -1,5 +1,6 @@
 #include "DVR_I2C.h"
 #include "com_log.h"
+#include "fd_io.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -113,8 +114,8 @@ bool readAround(uint32_t addr, int32_t count, uint8_t *into, uint32_t pageReg)
     if (DVR_ReadI2CBlock(I2C_EEPROM_ID, addr, count, into) == 0) {
         return true;
     }
-    COM_LOG(nullptr, "EEPROM page 0x%X not written: reading its old contents failed : %s\n",
-            pageReg, strerror(errno));
+    COM_LOG_FAILED_CALL(
+        nullptr, "EEPROM page 0x%X not written: reading its old contents failed : %s\n", pageReg);
     return false;
 }
 

@@ -1,5 +1,6 @@
 #include "DVR_I2C.h"
 #include "com_log.h"
+#include "fd_io.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -112,13 +113,13 @@ void printResult(const Invocation &inv)
 
 void runBatch(Invocation &inv)
 {
-    FILE *file = fopen(inv.batchPath, "r");
-    if (file == nullptr) {
+    const fdio::UniqueFile file = fdio::openFile(inv.batchPath, "r");
+    if (!file) {
         printf("fopen(%s) fail : %s\n", inv.batchPath, strerror(errno));
         return;
     }
     char line[kLineBufferSize] = {};
-    while (fgets(line, sizeof line, file) != nullptr) {
+    while (fgets(line, sizeof line, file.get()) != nullptr) {
         char *save = nullptr;
         for (char *tok = strtok_r(line, kDelimiters, &save);
              tok != nullptr && inv.varCnt < kMaxValues;
@@ -136,7 +137,6 @@ void runBatch(Invocation &inv)
         inv.varCnt = 0;
         memset(line, 0, sizeof line);
     }
-    fclose(file);
 }
 } // namespace
 
@@ -178,7 +178,7 @@ int DVR_I2CToolMain(int argc, char **argv)
 
     gI2CDriverFd = open(ZL740_DRIVER_PATH, O_RDWR);
     if (gI2CDriverFd < 0) {
-        COM_LOG(nullptr, "open(%s) fail : %s\n", ZL740_DRIVER_PATH, strerror(errno));
+        COM_LOG_FAILED_CALL(nullptr, "open(%s) fail : %s\n", ZL740_DRIVER_PATH);
         return 0;
     }
 

@@ -8,7 +8,7 @@ packages=(
   g++-powerpc-linux-gnu qemu-user-static
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   iproute2 util-linux procps coreutils
-  dnsmasq-base ccache clang-format
+  dnsmasq-base ccache clang-format python3 git
   file groff-base
 )
 

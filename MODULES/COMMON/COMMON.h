@@ -21,6 +21,11 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+/* Everything declared here is the library's interface: it alone leaves the
+ * shared library, whose objects are built with hidden visibility. */
+#if defined(__GNUC__)
+#pragma GCC visibility push(default)
+#endif
 
 #if defined(__GNUC__)
 #define COM_PRINTF_LIKE(f, a) __attribute__((format(printf, f, a)))
@@ -409,6 +414,9 @@ void COM_MakeStrSHA1(uint8_t *out, const char *text);
 void COM_MakeBufSHA1(uint8_t *out, const void *data, size_t len);
 void COM_MakeFileSHA1(uint8_t *out, const char *path);
 
+#if defined(__GNUC__)
+#pragma GCC visibility pop
+#endif
 #ifdef __cplusplus
 }
 #endif

@@ -15,6 +15,11 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+/* Everything declared here is the library's interface: it alone leaves the
+ * shared library, whose objects are built with hidden visibility. */
+#if defined(__GNUC__)
+#pragma GCC visibility push(default)
+#endif
 
 /* ===================================================== MMC commands */
 
@@ -152,6 +157,9 @@ int Dev_ReadCdATIP(const char *pName, int fd, DiscInfo *pInfo);
 int Dev_ReadCdToc(const char *pName, int fd, DiscInfo *pInfo);
 int Dev_GetCdInfo(const char *pName, int fd, DiscInfo *pInfo);
 
+#if defined(__GNUC__)
+#pragma GCC visibility pop
+#endif
 #ifdef __cplusplus
 }
 #endif

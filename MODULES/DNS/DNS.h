@@ -17,6 +17,11 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+/* Everything declared here is the library's interface: it alone leaves the
+ * shared library, whose objects are built with hidden visibility. */
+#if defined(__GNUC__)
+#pragma GCC visibility push(default)
+#endif
 
 #define DNS_MAX_RECORDS 10       /* entries of a caller's result array */
 #define DNS_MAX_SERVERS 4        /* name servers taken from resolv.conf */
@@ -71,6 +76,9 @@ int DNS_SendMXQuery(int fd, const struct sockaddr_in *pServerAddr, const char *p
 int DNS_ParserA(const uint8_t *pPacket, int length, DnsRecord *pRecords);
 int DNS_ParserMX(const uint8_t *pPacket, int length, DnsRecord *pRecords);
 
+#if defined(__GNUC__)
+#pragma GCC visibility pop
+#endif
 #ifdef __cplusplus
 }
 #endif

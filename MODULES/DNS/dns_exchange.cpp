@@ -1,5 +1,6 @@
 #include "DNS.h"
 #include "com_log.h"
+#include "fd_io.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -13,12 +14,6 @@ constexpr time_t kWaitSeconds = 20;
 // Our transaction id, then the flags of a response with the name error code.
 constexpr uint8_t kNameError[] = {0xA9, 0xFA, 0x81, 0x83};
 constexpr int kAnswerCountLow = 7;
-
-// The socket of one lookup; closed however the lookup ends.
-struct Socket {
-    int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    ~Socket() { COM_SafeClose(&fd); }
-};
 
 enum class Wait { Readable, Writable };
 
@@ -58,7 +53,7 @@ int sendTry(const char *func, uint8_t qtype, int fd, const Query &query, const s
     *tv = {kWaitSeconds, 0};
     if (waitFor(fd, Wait::Writable, tv) < 1) {
         if (qtype == DNS_TYPE_A) {
-            COM_LOG(func, "select(writeset:%d) timeout! : %s\n", fd, strerror(errno));
+            COM_LOG_FAILED_CALL(func, "select(writeset:%d) timeout! : %s\n", fd);
         } else {
             COM_LOG(func, "select(&writeset) timeout!\n");
         }
@@ -68,10 +63,10 @@ int sendTry(const char *func, uint8_t qtype, int fd, const Query &query, const s
                                 reinterpret_cast<const sockaddr *>(to), sizeof *to);
     if (sent != query.length) {
         if (qtype == DNS_TYPE_A) {
-            COM_LOG(func, "sendto() error : %d/%d - %s\n", static_cast<int>(sent), query.length,
-                    strerror(errno));
+            COM_LOG_FAILED_CALL(func, "sendto() error : %d/%d - %s\n", static_cast<int>(sent),
+                                query.length);
         } else {
-            COM_LOG(func, "sendto() error : %s\n", strerror(errno));
+            COM_LOG_FAILED_CALL(func, "sendto() error : %s\n");
         }
         return -2;
     }
@@ -97,30 +92,31 @@ int viaServer(const char *func, const char *pServer, const char *pDomainName, Dn
     server.sin_port = htons(DNS_PORT);
     server.sin_addr.s_addr = pServer != nullptr ? inet_addr(pServer) : INADDR_NONE;
     if (server.sin_addr.s_addr == INADDR_NONE) {
-        COM_LOG(func, "inet_addr(%s) error : %s\n", pServer != nullptr ? pServer : "(null)",
-                strerror(errno));
+        COM_LOG_FAILED_CALL(func, "inet_addr(%s) error : %s\n",
+                            pServer != nullptr ? pServer : "(null)");
         return -1;
     }
-    Socket sock;
-    if (sock.fd < 0) {
-        COM_LOG(func, "socket() error : %s\n", strerror(errno));
+    // The socket of one lookup; closed however the lookup ends.
+    const fdio::UniqueFd sock = fdio::openSocket(AF_INET, SOCK_DGRAM, 0);
+    if (!sock.valid()) {
+        COM_LOG_FAILED_CALL(func, "socket() error : %s\n");
         return -1;
     }
     sockaddr_in local;
     memset(&local, 0, sizeof local);
     local.sin_family = AF_INET;
     local.sin_addr.s_addr = htonl(INADDR_ANY);
-    if (bind(sock.fd, reinterpret_cast<const sockaddr *>(&local), sizeof local) != 0) {
-        COM_LOG(func, "bind() error : %s\n", strerror(errno));
+    if (bind(sock.get(), reinterpret_cast<const sockaddr *>(&local), sizeof local) != 0) {
+        COM_LOG_FAILED_CALL(func, "bind() error : %s\n");
         return -1;
     }
     if (mx) {
-        if (DNS_SendMXQuery(sock.fd, &server, pDomainName, pRecords) == 0) {
+        if (DNS_SendMXQuery(sock.get(), &server, pDomainName, pRecords) == 0) {
             return 0;
         }
         COM_LOG(func, "MX record not found! Try A record.\n");
     }
-    const int result = DNS_SendAQuery(sock.fd, &server, pDomainName, pRecords);
+    const int result = DNS_SendAQuery(sock.get(), &server, pDomainName, pRecords);
     if (result != 0) {
         COM_LOG(func, "A record not found!\n");
     }
@@ -159,7 +155,7 @@ int DNS_SendAQuery(int fd, const struct sockaddr_in *pServerAddr, const char *pD
         if (ready == 0) {
             COM_LOG(__func__, "[%d] select() timeout\n", t);
         } else if (ready < 0) {
-            COM_LOG(__func__, "[%d] select() error : %s\n", t, strerror(errno));
+            COM_LOG_FAILED_CALL(__func__, "[%d] select() error : %s\n", t);
         } else {
             const int got = receive(fd, reply);
             if (memcmp(reply, kNameError, sizeof kNameError) == 0) {

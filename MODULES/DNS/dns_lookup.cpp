@@ -1,5 +1,6 @@
 #include "DNS.h"
 #include "com_log.h"
+#include "fd_io.h"
 #include "dns_name.h"
 
 #include <algorithm>
@@ -8,7 +9,6 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <string_view>
 
 // The result record is shared with callers by size: 8 bytes on every target.
@@ -22,11 +22,6 @@ constexpr char kResolvConf[] = "/etc/resolv.conf";
 constexpr int kLineSize = 80;
 constexpr std::string_view kNameserver = "nameserver";
 constexpr std::string_view kSeparators = " \r\n";
-
-struct FileCloser {
-    void operator()(FILE *f) const { fclose(f); }
-};
-using File = std::unique_ptr<FILE, FileCloser>;
 
 using ViaServer = int (*)(const char *, const char *, DnsRecord *);
 
@@ -113,9 +108,9 @@ int DNS_GetNameServer(char pServers[][DNS_SERVER_TEXT_SIZE])
     if (pServers == nullptr) {
         return 0;
     }
-    const File file(fopen(kResolvConf, "r"));
+    const fdio::UniqueFile file = fdio::openFile(kResolvConf, "r");
     if (!file) {
-        COM_LOG(__func__, "fopen(%s) error : %s\n", kResolvConf, strerror(errno));
+        COM_LOG_FAILED_CALL(__func__, "fopen(%s) error : %s\n", kResolvConf);
         return 0;
     }
     int count = 0;

@@ -1,9 +1,20 @@
 #include "fd_io.h"
 
+#include <cstring>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace fdio {
+
+UniqueTempPath::~UniqueTempPath()
+{
+    if (path_ != nullptr && unlink(path_) != 0) {
+        // The log names the source file that made the owner by its base name.
+        const char *slash = strrchr(file_, '/');
+        COM_LOG_FAILED_CALL_AT(slash != nullptr ? slash + 1 : file_, line_, func_,
+                               "unlink(%s) failed : %s\n", path_);
+    }
+}
 
 ssize_t readSome(int fd, void *buf, size_t size)
 {

@@ -1,5 +1,7 @@
-/* Private to the library: descriptor ownership, whole-block I/O and the log
- * form of a failed system call. */
+/* Private to the library: every owner of a resource (descriptor, socket,
+ * stream, directory, popen() stream, temporary path), whole-block I/O and the
+ * log form of a failed system call. The only place of the library that calls
+ * fopen(), opendir(), popen(), socket() and their closing calls. */
 #ifndef DVR_FD_IO_H
 #define DVR_FD_IO_H
 
@@ -8,6 +10,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <memory>
+#include <sys/socket.h>
 #include <sys/types.h>
 
 #include "COMMON.h"
@@ -15,11 +18,14 @@
 
 // Logs a failed call's message, whose last conversion is the text of errno,
 // and leaves errno as the call left it for the caller to look at.
-#define COM_LOG_FAILED_CALL(func, fmt, ...)                                     \
-    do {                                                                        \
-        const int savedErrno_ = errno;                                          \
-        COM_LOG((func), fmt, __VA_ARGS__ __VA_OPT__(, ) strerror(savedErrno_)); \
-        errno = savedErrno_;                                                    \
+#define COM_LOG_FAILED_CALL(func, fmt, ...) \
+    COM_LOG_FAILED_CALL_AT(__FILE_NAME__, __LINE__, func, fmt, __VA_ARGS__)
+// The same for an owner that logs on behalf of the file and line that made it.
+#define COM_LOG_FAILED_CALL_AT(file, line, func, fmt, ...)                                         \
+    do {                                                                                           \
+        const int savedErrno_ = errno;                                                             \
+        COM_Printf((file), (line), (func), fmt, __VA_ARGS__ __VA_OPT__(, ) strerror(savedErrno_)); \
+        errno = savedErrno_;                                                                       \
     } while (0)
 
 namespace fdio {
@@ -51,6 +57,10 @@ private:
 };
 
 // Sockets are descriptors: UniqueFd owns them too.
+inline UniqueFd openSocket(int domain, int type, int protocol)
+{
+    return UniqueFd(socket(domain, type, protocol));
+}
 
 struct DirCloser {
     void operator()(DIR *dir) const { closedir(dir); }
@@ -82,6 +92,47 @@ inline UniquePipe openPipe(const char *command, const char *mode)
 {
     return UniquePipe(popen(command, mode));
 }
+
+// Closes now, for callers that look at the result: fclose()'s, or EOF when
+// nothing was open.
+inline int closeFile(UniqueFile &file)
+{
+    return file ? fclose(file.release()) : EOF;
+}
+// pclose()'s result (the command's wait status), or -1 when nothing was open.
+inline int closePipe(UniquePipe &pipe)
+{
+    return pipe ? pclose(pipe.release()) : -1;
+}
+
+// Owns a temporary file by its path: unlinks it at the end of its scope and
+// logs a failure as "unlink(<path>) failed : <error>" for logFunc, with the
+// file and line that made the owner. The path text must outlive the owner.
+class UniqueTempPath {
+public:
+    explicit UniqueTempPath(const char *path, const char *logFunc,
+                            const char *file = __builtin_FILE(), int line = __builtin_LINE())
+        : path_(path), func_(logFunc), file_(file), line_(line)
+    {
+    }
+    ~UniqueTempPath();
+    UniqueTempPath(const UniqueTempPath &) = delete;
+    UniqueTempPath &operator=(const UniqueTempPath &) = delete;
+    const char *get() const { return path_; }
+    // Hands the file out; the owner no longer removes it.
+    const char *release()
+    {
+        const char *path = path_;
+        path_ = nullptr;
+        return path;
+    }
+
+private:
+    const char *path_;
+    const char *func_;
+    const char *file_;
+    int line_;
+};
 
 // read() restarted after a signal.
 ssize_t readSome(int fd, void *buf, size_t size);

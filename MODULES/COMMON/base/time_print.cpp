@@ -1,4 +1,5 @@
 #include "COMMON.h"
+#include "fd_io.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -41,12 +42,12 @@ int COM_ShowCurrentTime(const char *file, int line)
 {
     struct timeval now {};
     if (gettimeofday(&now, nullptr) != 0) {
-        printf("%s,%d: gettimeofday() fail : %s\n", file, line, strerror(errno));
+        COM_LOG_FAILED_CALL_AT(file, line, nullptr, "gettimeofday() fail : %s\n");
         return -1;
     }
     char text[COM_TIME_TEXT_SIZE] = {};
     if (COM_FormatTime(text, now.tv_sec) != 0) {
-        printf("%s,%d: gmtime_r() fail : %s\n", file, line, strerror(errno));
+        COM_LOG_FAILED_CALL_AT(file, line, nullptr, "gmtime_r() fail : %s\n");
         return -1;
     }
     if (file != nullptr) {

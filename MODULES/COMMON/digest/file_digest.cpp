@@ -33,7 +33,7 @@ bool digestFile(const char *func, const char *path, Context &ctx, uint8_t *diges
     }
     const fdio::UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
     if (fd.get() < 0) {
-        COM_LOG(func, "open(%s) fail : %s\n", path, strerror(errno));
+        COM_LOG_FAILED_CALL(func, "open(%s) fail : %s\n", path);
         return false;
     }
     uint8_t block[kFileBlockSize];

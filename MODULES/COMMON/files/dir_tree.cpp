@@ -67,7 +67,7 @@ int _COM_RemoveFileInDir_(int recursive, const char *dirPath, int removeSelf)
                 strerror(EINVAL));
         return 0;
     }
-    fdio::UniqueDir dir(opendir(dirPath));
+    fdio::UniqueDir dir = fdio::openDir(dirPath);
     if (!dir) {
         COM_LOG_FAILED_CALL(__func__, "opendir(%s) error : %s\n", dirPath);
         return 0;

@@ -160,14 +160,14 @@ int COM_SaveID(const char *dirPath, const char *id)
         COM_LOG_FAILED_CALL(__func__, "fopen(%s) error : %s\n", path);
         return -1;
     }
-    FILE *file = fopen(path, "w");
-    if (file == nullptr) {
+    fdio::UniqueFile file = fdio::openFile(path, "w");
+    if (!file) {
         COM_LOG_FAILED_CALL(__func__, "fopen(%s) error : %s\n", path);
         return -1;
     }
-    const int written = fprintf(file, "%s", id);
+    const int written = fprintf(file.get(), "%s", id);
     // The text reaches the file at fclose; a failure there means it is not saved.
-    const int closed = fclose(file);
+    const int closed = fdio::closeFile(file);
     return written > 0 && closed == 0 ? 0 : -1;
 }
 

@@ -1,5 +1,6 @@
 #include "COMMON.h"
 #include "com_log.h"
+#include "fd_io.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -16,48 +17,6 @@ constexpr size_t kKeyCopySize = 256;
 constexpr size_t kTempPathSize = 80;
 constexpr const char *kTempDir = "/var";
 constexpr size_t kCopyBlockSize = 4096;
-
-// A stdio stream closed at the end of its scope unless closed before.
-class Stream {
-public:
-    explicit Stream(FILE *f = nullptr) : f_(f) {}
-    ~Stream() { close(); }
-    Stream(const Stream &) = delete;
-    Stream &operator=(const Stream &) = delete;
-    FILE *get() const { return f_; }
-    void reset(FILE *f)
-    {
-        close();
-        f_ = f;
-    }
-    void close()
-    {
-        if (f_ != nullptr) {
-            fclose(f_);
-            f_ = nullptr;
-        }
-    }
-
-private:
-    FILE *f_;
-};
-
-// The temporary file, removed whatever way the call ends.
-class TempFile {
-public:
-    explicit TempFile(const char *path) : path_(path) {}
-    ~TempFile()
-    {
-        if (unlink(path_) != 0) {
-            COM_LOG("COM_ReplaceItemsInFile", "unlink(%s) failed : %s\n", path_, strerror(errno));
-        }
-    }
-    TempFile(const TempFile &) = delete;
-    TempFile &operator=(const TempFile &) = delete;
-
-private:
-    const char *path_;
-};
 
 // Reads into buf, as fgets() does, at most size - 1 bytes and no further than
 // the first line feed, and terminates them. Unlike fgets() it says how many
@@ -136,25 +95,25 @@ int COM_ReplaceItemsInFile(const char *path, COM_ITEM_LIST *list)
     snprintf(tempPath, sizeof tempPath, "%s/COM_XXXXXX", kTempDir);
     int fd = mkstemp(tempPath);
     if (fd < 0) {
-        COM_LOG(__func__, "mkstemp() failed : %s\n", strerror(errno));
+        COM_LOG_FAILED_CALL(__func__, "mkstemp() failed : %s\n");
         return -1;
     }
     COM_SafeClose(&fd);
-    const TempFile tempFile(tempPath);
+    const fdio::UniqueTempPath tempFile(tempPath, "COM_ReplaceItemsInFile");
 
-    Stream temp(fopen(tempPath, "w+"));
-    if (temp.get() == nullptr) {
-        COM_LOG(__func__, "fopen(%s) failed : %s\n", tempPath, strerror(errno));
+    fdio::UniqueFile temp = fdio::openFile(tempPath, "w+");
+    if (!temp) {
+        COM_LOG_FAILED_CALL(__func__, "fopen(%s) failed : %s\n", tempPath);
         return -1;
     }
-    Stream target(fopen(path, "r+"));
-    if (target.get() == nullptr) {
+    fdio::UniqueFile target = fdio::openFile(path, "r+");
+    if (!target) {
         if (errno != ENOENT) {
-            COM_LOG(__func__, "fopen(%s) failed : %s\n", path, strerror(errno));
+            COM_LOG_FAILED_CALL(__func__, "fopen(%s) failed : %s\n", path);
             return -1;
         }
-        target.reset(fopen(path, "w+"));
-        if (target.get() == nullptr) {
+        target = fdio::openFile(path, "w+");
+        if (!target) {
             return -1;
         }
     }
@@ -185,7 +144,7 @@ int COM_ReplaceItemsInFile(const char *path, COM_ITEM_LIST *list)
         endsWithFeed = line[len - 1] == '\n';
     }
     if (result >= 0 && ferror(target.get())) {
-        COM_LOG(__func__, "fgets(%s) error : %s\n", path, strerror(errno));
+        COM_LOG_FAILED_CALL(__func__, "fgets(%s) error : %s\n", path);
         result = -1;
     }
 
@@ -219,10 +178,10 @@ int COM_ReplaceItemsInFile(const char *path, COM_ITEM_LIST *list)
         }
         length = ftell(target.get());
     }
-    temp.close();
-    target.close();
+    temp.reset();
+    target.reset();
     if (copied && truncate(path, length) != 0) {
-        COM_LOG(nullptr, "truncate(%s) error : %s\n", path, strerror(errno));
+        COM_LOG_FAILED_CALL(nullptr, "truncate(%s) error : %s\n", path);
     }
     return result;
 }

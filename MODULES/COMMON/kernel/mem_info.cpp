@@ -1,5 +1,6 @@
 #include "COMMON.h"
 #include "com_log.h"
+#include "fd_io.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -15,15 +16,15 @@ constexpr int kLineSize = 80;
 int COM_GetFreeMemAndSwap(int *pFreeMem, int *pFreeSwap)
 {
     static constexpr const char *kFunc = "COM_GetFreeMemAndSwap";
-    FILE *f = fopen(kMemInfo, "r");
-    if (f == nullptr) {
-        COM_LOG(kFunc, "fopen(%s) error : %s\n", kMemInfo, strerror(errno));
+    fdio::UniqueFile file = fdio::openFile(kMemInfo, "r");
+    if (!file) {
+        COM_LOG_FAILED_CALL(kFunc, "fopen(%s) error : %s\n", kMemInfo);
         return -1;
     }
     int result = -1;
     bool changed = false;
     char line[kLineSize];
-    while (fgets(line, sizeof line, f) != nullptr) {
+    while (fgets(line, sizeof line, file.get()) != nullptr) {
         const std::string_view text(line);
         int *target;
         if (text.starts_with("Mem:")) {
@@ -50,7 +51,7 @@ int COM_GetFreeMemAndSwap(int *pFreeMem, int *pFreeSwap)
         }
         result = 0;
     }
-    fclose(f);
+    file.reset();
     if (changed) {
         COM_LOG(kFunc, "Free - (Mem, Swap) = (%d, %d)\n", pFreeMem != nullptr ? *pFreeMem : -1,
                 pFreeSwap != nullptr ? *pFreeSwap : -1);

@@ -1,5 +1,6 @@
 #include "COMMON.h"
 #include "com_log.h"
+#include "fd_io.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -16,22 +17,21 @@ constexpr int kCountLineSize = 256;
 template <typename OnMatch>
 int forEachPciLine(const char *func, const char *key, int lineSize, OnMatch onMatch)
 {
-    FILE *f = fopen(kPciDevices, "r");
-    if (f == nullptr) {
-        COM_LOG(func, "fopen(%s) error : %s\n", kPciDevices, strerror(errno));
+    const fdio::UniqueFile file = fdio::openFile(kPciDevices, "r");
+    if (!file) {
+        COM_LOG_FAILED_CALL(func, "fopen(%s) error : %s\n", kPciDevices);
         return -1;
     }
     char line[kIdLineSize];
     for (;;) {
         memset(line, 0, sizeof line);
-        if (fgets(line, lineSize, f) == nullptr) {
+        if (fgets(line, lineSize, file.get()) == nullptr) {
             break;
         }
         if (COM_StrCaseStr(line, key) != nullptr && !onMatch(line)) {
             break;
         }
     }
-    fclose(f);
     return 0;
 }
 } // namespace

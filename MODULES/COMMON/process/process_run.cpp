@@ -1,5 +1,6 @@
 #include "COMMON.h"
 #include "com_log.h"
+#include "fd_io.h"
 
 #include <cerrno>
 #include <climits>
@@ -8,7 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
-#include <memory>
 #include <string_view>
 #include <sys/select.h>
 #include <sys/wait.h>
@@ -25,8 +25,6 @@ constexpr size_t kOutputLineSize = 256;
 constexpr size_t kOutputBlockSize = 4096;
 // Exit status of a child whose command could not be started.
 constexpr int kExecFailed = 127;
-
-using Dir = std::unique_ptr<DIR, int (*)(DIR *)>;
 
 // The signal state COM_System changes for the time of a command.
 struct SignalState {
@@ -179,9 +177,9 @@ void COM_CloseFdExceptSTD(pid_t pid)
 {
     char path[kFdDirPathSize];
     snprintf(path, sizeof path, "/proc/%d/fd", static_cast<int>(pid));
-    Dir dir(opendir(path), closedir);
-    if (dir == nullptr) {
-        COM_LOG(__func__, "opendir(%s) error : %s\n", path, strerror(errno));
+    const fdio::UniqueDir dir = fdio::openDir(path);
+    if (!dir) {
+        COM_LOG_FAILED_CALL(__func__, "opendir(%s) error : %s\n", path);
         return;
     }
     // The directory's own descriptor stays until the listing is read.
@@ -217,7 +215,7 @@ int COM_System(const char *cmd, int *pPid)
         _exit(kExecFailed);
     }
     if (pid < 0) {
-        COM_LOG(__func__, "fork() failed : %s\n", strerror(errno));
+        COM_LOG_FAILED_CALL(__func__, "fork() failed : %s\n");
     } else {
         if (pPid != nullptr) {
             *pPid = pid;
@@ -242,19 +240,18 @@ int COM_PopenRead(const char *cmd, uint32_t unused, uint32_t value, COM_POPEN_LI
 {
     // pclose() needs the child's status: an ignored SIGCHLD would reap it.
     signal(SIGCHLD, SIG_DFL);
-    FILE *pipe = nullptr;
+    fdio::UniquePipe pipe;
     if (cmd == nullptr) {
         errno = EINVAL;
     } else {
-        pipe = popen(cmd, "r");
+        pipe = fdio::openPipe(cmd, "r");
     }
-    if (pipe == nullptr) {
-        COM_LOG(__func__, "popen(%s) error : %s\n", cmd != nullptr ? cmd : "(null)",
-                strerror(errno));
+    if (!pipe) {
+        COM_LOG_FAILED_CALL(__func__, "popen(%s) error : %s\n", cmd != nullptr ? cmd : "(null)");
         return -1;
     }
 
-    OutputReader output(fileno(pipe));
+    OutputReader output(fileno(pipe.get()));
     char line[kOutputLineSize];
     for (;;) {
         memset(line, 0, sizeof line);
@@ -266,9 +263,9 @@ int COM_PopenRead(const char *cmd, uint32_t unused, uint32_t value, COM_POPEN_LI
         }
     }
 
-    const int rc = pclose(pipe);
+    const int rc = fdio::closePipe(pipe);
     if (rc == -1) {
-        COM_LOG(__func__, "pclose() error : %s\n", strerror(errno));
+        COM_LOG_FAILED_CALL(__func__, "pclose() error : %s\n");
     } else if (rc != 0) {
         COM_LOG(__func__, "pclose() return %d\n", rc);
     }

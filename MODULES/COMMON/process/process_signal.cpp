@@ -1,5 +1,6 @@
 #include "COMMON.h"
 #include "com_log.h"
+#include "fd_io.h"
 
 #include <cerrno>
 #include <csignal>
@@ -8,7 +9,6 @@
 #include <cstring>
 #include <ctime>
 #include <dirent.h>
-#include <memory>
 #include <unistd.h>
 
 namespace {
@@ -19,8 +19,6 @@ constexpr size_t kCmdlinePathSize = 80;
 constexpr size_t kCmdlineSize = 80;
 constexpr long kUsPerSecond = 1'000'000;
 constexpr long kNsPerUs = 1'000;
-
-using Dir = std::unique_ptr<DIR, int (*)(DIR *)>;
 
 bool skippedEntry(const char *name)
 {
@@ -37,7 +35,7 @@ bool readCommandLine(const char *entry, char (&text)[kCmdlineSize])
         static_cast<int>(sizeof path)) {
         return false;
     }
-    std::unique_ptr<FILE, int (*)(FILE *)> file(fopen(path, "r"), fclose);
+    const fdio::UniqueFile file = fdio::openFile(path, "r");
     memset(text, 0, sizeof text);
     return file != nullptr && fgets(text, sizeof text, file.get()) != nullptr;
 }
@@ -51,7 +49,7 @@ int sendSignal(pid_t pid, int sig)
 {
     const int rc = kill(pid, sig);
     if (rc != 0) {
-        COM_LOG(nullptr, "kill(%d, %d) fail : %s\n", static_cast<int>(pid), sig, strerror(errno));
+        COM_LOG_FAILED_CALL(nullptr, "kill(%d, %d) fail : %s\n", static_cast<int>(pid), sig);
     }
     return rc;
 }
@@ -62,14 +60,14 @@ int COM_SavePid(const char *path)
     if (path == nullptr) {
         return -1;
     }
-    FILE *file = fopen(path, "w");
-    if (file == nullptr) {
-        COM_LOG(__func__, "open(%s) error : %s\n", path, strerror(errno));
+    fdio::UniqueFile file = fdio::openFile(path, "w");
+    if (!file) {
+        COM_LOG_FAILED_CALL(__func__, "open(%s) error : %s\n", path);
         return -1;
     }
-    const bool written = fprintf(file, "%d", static_cast<int>(getpid())) > 0;
-    if (fclose(file) != 0 || !written) {
-        COM_LOG(__func__, "write(%s) error : %s\n", path, strerror(errno));
+    const bool written = fprintf(file.get(), "%d", static_cast<int>(getpid())) > 0;
+    if (fdio::closeFile(file) != 0 || !written) {
+        COM_LOG_FAILED_CALL(__func__, "write(%s) error : %s\n", path);
         return -1;
     }
     return 0;
@@ -82,7 +80,7 @@ int COM_KillPid(pid_t pid, uint32_t usec)
         return -1;
     }
     if (kill(pid, SIGTERM) != 0) {
-        COM_LOG(__func__, "kill(%d) failed : %s\n", static_cast<int>(pid), strerror(errno));
+        COM_LOG_FAILED_CALL(__func__, "kill(%d) failed : %s\n", static_cast<int>(pid));
         return -1;
     }
     if (usec != 0) {
@@ -104,9 +102,9 @@ int COM_KillProcess(const char *name, pid_t pid, int sig)
     if (name[0] == '\0') {
         return -1;
     }
-    Dir dir(opendir(kProcDir), closedir);
-    if (dir == nullptr) {
-        COM_LOG(nullptr, "opendir(%s) error : %s\n", kProcDir, strerror(errno));
+    const fdio::UniqueDir dir = fdio::openDir(kProcDir);
+    if (!dir) {
+        COM_LOG_FAILED_CALL(nullptr, "opendir(%s) error : %s\n", kProcDir);
         return -1;
     }
     char text[kCmdlineSize];
@@ -129,9 +127,9 @@ int COM_WatchDog(COM_WATCH_LIST *list)
     if (list == nullptr) {
         return -1;
     }
-    Dir dir(opendir(kProcDir), closedir);
-    if (dir == nullptr) {
-        COM_LOG(__func__, "opendir(%s) error : %s\n", kProcDir, strerror(errno));
+    const fdio::UniqueDir dir = fdio::openDir(kProcDir);
+    if (!dir) {
+        COM_LOG_FAILED_CALL(__func__, "opendir(%s) error : %s\n", kProcDir);
         return -1;
     }
     const int count = list->items != nullptr ? list->count : 0;

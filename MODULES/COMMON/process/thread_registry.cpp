@@ -1,5 +1,6 @@
 #include "COMMON.h"
 #include "com_log.h"
+#include "fd_io.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -50,15 +51,14 @@ void writePidFile(const COM_THREAD_RECORD &record)
     COM_Mkdir(kPidDir, kPidDirMode);
     char path[kPathSize];
     snprintf(path, sizeof path, "%s/%s.thread.pid", kPidDir, record.name);
-    FILE *f = fopen(path, "w");
-    if (f == nullptr) {
-        COM_LOG("COM_LogThread", "fopen(%s) error : %s\n", path, strerror(errno));
+    const fdio::UniqueFile file = fdio::openFile(path, "w");
+    if (!file) {
+        COM_LOG_FAILED_CALL("COM_LogThread", "fopen(%s) error : %s\n", path);
         return;
     }
-    if (fprintf(f, "%d", record.pid) < 0) {
-        COM_LOG("COM_LogThread", "[%s] fprintf() error : %s\n", record.name, strerror(errno));
+    if (fprintf(file.get(), "%d", record.pid) < 0) {
+        COM_LOG_FAILED_CALL("COM_LogThread", "[%s] fprintf() error : %s\n", record.name);
     }
-    fclose(f);
 }
 } // namespace
 
@@ -125,13 +125,13 @@ int COM_CheckThreadState(COM_THREAD_RECORD *pRecord)
 {
     char path[kPathSize];
     snprintf(path, sizeof path, "/proc/%d/stat", pRecord->pid);
-    FILE *f = fopen(path, "r");
-    if (f == nullptr) {
+    const fdio::UniqueFile file = fdio::openFile(path, "r");
+    if (!file) {
         return -1; // gone
     }
     int result = -1;
     char line[kStatLineSize] = {};
-    if (fgets(line, sizeof line, f) != nullptr) {
+    if (fgets(line, sizeof line, file.get()) != nullptr) {
         // "pid (name) S ...": with a name free of delimiters the third token
         // is the state letter.
         char *save = nullptr;
@@ -144,7 +144,6 @@ int COM_CheckThreadState(COM_THREAD_RECORD *pRecord)
             snprintf(pRecord->state, sizeof pRecord->state, "%.3s", state);
         }
     }
-    fclose(f);
     return result;
 }
 

@@ -1,5 +1,6 @@
 #include "COMMON.h"
 #include "com_log.h"
+#include "fd_io.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -33,36 +34,36 @@ constexpr SerialPortEntry kPorts[] = {
 };
 constexpr int kPortCount = static_cast<int>(sizeof kPorts / sizeof kPorts[0]);
 
-FILE *openUsbSerialTable()
+fdio::UniqueFile openUsbSerialTable()
 {
-    FILE *f = fopen(kUsbSerialTable, "r");
-    if (f != nullptr) {
-        return f;
+    fdio::UniqueFile file = fdio::openFile(kUsbSerialTable, "r");
+    if (file) {
+        return file;
     }
     if (errno != ENOENT) {
-        COM_LOG("COM_GetSerialPort", "open(%s) failed! : %s\n", kUsbSerialTable, strerror(errno));
+        COM_LOG_FAILED_CALL("COM_GetSerialPort", "open(%s) failed! : %s\n", kUsbSerialTable);
         return nullptr;
     }
-    f = fopen(kUsbSerialTableOld, "r");
-    if (f == nullptr) {
-        COM_LOG("COM_GetSerialPort", "open(%s, %s) failed! : %s\n", kUsbSerialTable,
-                kUsbSerialTableOld, strerror(errno));
+    file = fdio::openFile(kUsbSerialTableOld, "r");
+    if (!file) {
+        COM_LOG_FAILED_CALL("COM_GetSerialPort", "open(%s, %s) failed! : %s\n", kUsbSerialTable,
+                            kUsbSerialTableOld);
     }
-    return f;
+    return file;
 }
 
 // Looks for the first line of the USB serial table whose path ends in one of
 // the port's accepted tails; fills pName with the adapter's node.
 int findUsbPort(int port, char *pName, const char *&stoppedAt)
 {
-    FILE *table = openUsbSerialTable();
-    if (table == nullptr) {
+    const fdio::UniqueFile table = openUsbSerialTable();
+    if (!table) {
         return -1;
     }
     const SerialPortEntry &entry = kPorts[port];
     int result = -1;
     char line[kLineSize];
-    while (result != 0 && fgets(line, sizeof line, table) != nullptr) {
+    while (result != 0 && fgets(line, sizeof line, table.get()) != nullptr) {
         const char *dot = strrchr(line, '.');
         if (dot == nullptr) {
             continue;
@@ -96,7 +97,6 @@ int findUsbPort(int port, char *pName, const char *&stoppedAt)
             break;
         }
     }
-    fclose(table);
     return result;
 }
 } // namespace

@@ -1,5 +1,6 @@
 #include "COMMON.h"
 #include "com_log.h"
+#include "fd_io.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -58,14 +59,14 @@ int COM_OpenTermDevice(const char *path, COM_TERM_DEV_INFO *pDevInfo)
     }
     pDevInfo->fd = open(path, pDevInfo->direction | O_NOCTTY | O_NONBLOCK);
     if (pDevInfo->fd < 0) {
-        COM_LOG(kFunc, "open(%s) failed : %s\n", path, strerror(errno));
+        COM_LOG_FAILED_CALL(kFunc, "open(%s) failed : %s\n", path);
         return -2;
     }
     snprintf(pDevInfo->name, sizeof pDevInfo->name, "%s", path);
 
     int result = 0;
     if (tcgetattr(pDevInfo->fd, &pDevInfo->oldTermios) != 0) {
-        COM_LOG(kFunc, "tcgetattr(%s) error : %s\n", path, strerror(errno));
+        COM_LOG_FAILED_CALL(kFunc, "tcgetattr(%s) error : %s\n", path);
         result = -1;
     }
     COM_Sleep(0, kSettleNs, nullptr, 0);
@@ -73,7 +74,7 @@ int COM_OpenTermDevice(const char *path, COM_TERM_DEV_INFO *pDevInfo)
     applyLineSettings(pDevInfo->newTermios, pDevInfo->speed);
     tcflush(pDevInfo->fd, TCIFLUSH);
     if (tcsetattr(pDevInfo->fd, TCSANOW, &pDevInfo->newTermios) != 0) {
-        COM_LOG(kFunc, "tcsetattr(%s) error : %s\n", path, strerror(errno));
+        COM_LOG_FAILED_CALL(kFunc, "tcsetattr(%s) error : %s\n", path);
         result = -1;
     }
     return result;
@@ -88,12 +89,12 @@ int COM_CloseTermDevice(COM_TERM_DEV_INFO *pDevInfo)
     }
     tcflush(pDevInfo->fd, TCIFLUSH);
     if (tcsetattr(pDevInfo->fd, TCSANOW, &pDevInfo->oldTermios) != 0) {
-        COM_LOG(kFunc, "tcsetattr(%s) error : %s\n", pDevInfo->name, strerror(errno));
+        COM_LOG_FAILED_CALL(kFunc, "tcsetattr(%s) error : %s\n", pDevInfo->name);
     }
     memset(pDevInfo->name, 0, sizeof pDevInfo->name);
     const int rc = close(pDevInfo->fd);
     if (rc != 0) {
-        COM_LOG(kFunc, "close(%d) failed : %s\n", pDevInfo->fd, strerror(errno));
+        COM_LOG_FAILED_CALL(kFunc, "close(%d) failed : %s\n", pDevInfo->fd);
     } else {
         pDevInfo->fd = -1;
     }

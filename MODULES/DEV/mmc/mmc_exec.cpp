@@ -1,5 +1,6 @@
 #include "DEV.h"
 #include "com_log.h"
+#include "fd_io.h"
 #include "dev_endian.h"
 #include "mmc_request.h"
 
@@ -109,7 +110,7 @@ int Dev_ExecMMC(MmcCmd *pCmd, int fd, int verbose)
 
     int version = 0;
     if (ioctl(fd, SG_GET_VERSION_NUM, &version) < 0) {
-        COM_LOG(__func__, "ioctl() error : %s\n", strerror(errno));
+        COM_LOG_FAILED_CALL(__func__, "ioctl() error : %s\n");
         return -1;
     }
     if (version < kMinSgVersion) {
@@ -117,8 +118,7 @@ int Dev_ExecMMC(MmcCmd *pCmd, int fd, int verbose)
         return -2;
     }
     if (ioctl(fd, SG_IO, &pCmd->hdr) < 0) {
-        COM_LOG(__func__, "%s (%02Xh) SG_IO ioctl error : %s\n", pCmd->name, opcode,
-                strerror(errno));
+        COM_LOG_FAILED_CALL(__func__, "%s (%02Xh) SG_IO ioctl error : %s\n", pCmd->name, opcode);
         return -3;
     }
 

@@ -70,10 +70,10 @@ bool readAddressReported(const char *func, int fd, const char *path, Address &a)
     case AddressStep::kDone:
         return true;
     case AddressStep::kBusFailed:
-        COM_LOG(func, "get bus No. on %s failed : %s\n", path, strerror(errno));
+        COM_LOG_FAILED_CALL(func, "get bus No. on %s failed : %s\n", path);
         return false;
     case AddressStep::kIdLunFailed:
-        COM_LOG(func, "get IDLUN on %s failed : %s\n", path, strerror(errno));
+        COM_LOG_FAILED_CALL(func, "get IDLUN on %s failed : %s\n", path);
         return false;
     }
     return false;
@@ -144,11 +144,11 @@ int Dev_BuildSgMap(SgMapEntry *pMap)
         const AddressStep step = readAddress(node.get(), a);
         storeAddress(e, a);
         if (step == AddressStep::kBusFailed) {
-            COM_LOG(__func__, "get bus no on %s failed : %s\n", e.name, strerror(errno));
+            COM_LOG_FAILED_CALL(__func__, "get bus no on %s failed : %s\n", e.name);
             continue;
         }
         if (step == AddressStep::kIdLunFailed) {
-            COM_LOG(__func__, "get IDLUN on %s failed : %s\n", e.name, strerror(errno));
+            COM_LOG_FAILED_CALL(__func__, "get IDLUN on %s failed : %s\n", e.name);
             continue;
         }
         e.ready = Dev_TestUnitReady(e.name, node.get());
@@ -165,7 +165,7 @@ int Dev_SdToSg(char *pSg, const char *pSd)
     }
     fdio::UniqueFd block(open(pSd, O_RDONLY | O_NONBLOCK));
     if (!block.valid()) {
-        COM_LOG(__func__, "open(%s) failed : %s\n", pSd, strerror(errno));
+        COM_LOG_FAILED_CALL(__func__, "open(%s) failed : %s\n", pSd);
         return -1;
     }
     Address a;
@@ -198,7 +198,7 @@ int Dev_SgToSd(char *pSd, const char *pSg)
     {
         fdio::UniqueFd generic(open(pSg, O_RDWR | O_NONBLOCK));
         if (!generic.valid()) {
-            COM_LOG(__func__, "open(%s) fail : %s\n", pSg, strerror(errno));
+            COM_LOG_FAILED_CALL(__func__, "open(%s) fail : %s\n", pSg);
             return -1;
         }
         if (!readAddressReported(__func__, generic.get(), pSg, wanted)) {
