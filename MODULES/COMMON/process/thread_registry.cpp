@@ -1,5 +1,4 @@
-#include "COMMON.h"
-#include "com_log.h"
+#include "fd_io.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -29,6 +28,9 @@ constexpr int kStatLineSize = 256;
 constexpr const char *kWatchdogName = "COM_ThreadWatchdog";
 
 COM_THREAD_WATCHDOG gWatchdogArg;
+// Set while a watchdog started here has not been joined: only then is there
+// a thread to cancel.
+bool gWatchdogRunning = false;
 
 void unlockTable(void *)
 {
@@ -45,20 +47,28 @@ int countRecords()
 }
 
 // The pid file is informative: a failure is logged and registration goes on.
-void writePidFile(const COM_THREAD_RECORD &record)
+// The file is named from the whole name given, not the record's cut copy; a
+// path too long for its buffer is not cut (it would name another thread's
+// file) and is reported as a failed open. The stream is closed by its owner
+// also when the watchdog thread is cancelled inside fopen or fprintf.
+void writePidFile(const char *name, int pid)
 {
     COM_Mkdir(kPidDir, kPidDirMode);
     char path[kPathSize];
-    snprintf(path, sizeof path, "%s/%s.thread.pid", kPidDir, record.name);
-    FILE *f = fopen(path, "w");
-    if (f == nullptr) {
-        COM_LOG("COM_LogThread", "fopen(%s) error : %s\n", path, strerror(errno));
+    const int length = snprintf(path, sizeof path, "%s/%s.thread.pid", kPidDir, name);
+    if (length < 0 || length >= kPathSize) {
+        errno = ENAMETOOLONG;
+        COM_LOG_FAILED_CALL("COM_LogThread", "fopen(%s) error : %s\n", path);
         return;
     }
-    if (fprintf(f, "%d", record.pid) < 0) {
-        COM_LOG("COM_LogThread", "[%s] fprintf() error : %s\n", record.name, strerror(errno));
+    fdio::UniqueFile f = fdio::openFile(path, "w");
+    if (f == nullptr) {
+        COM_LOG_FAILED_CALL("COM_LogThread", "fopen(%s) error : %s\n", path);
+        return;
     }
-    fclose(f);
+    if (fprintf(f.get(), "%d", pid) < 0) {
+        COM_LOG_FAILED_CALL("COM_LogThread", "[%s] fprintf() error : %s\n", name);
+    }
 }
 } // namespace
 
@@ -67,8 +77,9 @@ int COM_LogThread(const char *name)
     COM_THREAD_RECORD pair[2];
     memset(pair, 0, sizeof pair);
     pair[0].pid = getpid();
-    snprintf(pair[0].name, sizeof pair[0].name, "%s", name != nullptr ? name : "");
-    writePidFile(pair[0]);
+    const char *given = name != nullptr ? name : "";
+    snprintf(pair[0].name, sizeof pair[0].name, "%s", given);
+    writePidFile(given, pair[0].pid);
 
     int result = -1;
     pthread_mutex_lock(&gThreadLock);
@@ -125,13 +136,14 @@ int COM_CheckThreadState(COM_THREAD_RECORD *pRecord)
 {
     char path[kPathSize];
     snprintf(path, sizeof path, "/proc/%d/stat", pRecord->pid);
-    FILE *f = fopen(path, "r");
+    // Closed by its owner also when the watchdog is cancelled inside fgets.
+    fdio::UniqueFile f = fdio::openFile(path, "r");
     if (f == nullptr) {
         return -1; // gone
     }
     int result = -1;
     char line[kStatLineSize] = {};
-    if (fgets(line, sizeof line, f) != nullptr) {
+    if (fgets(line, sizeof line, f.get()) != nullptr) {
         // "pid (name) S ...": with a name free of delimiters the third token
         // is the state letter.
         char *save = nullptr;
@@ -144,7 +156,6 @@ int COM_CheckThreadState(COM_THREAD_RECORD *pRecord)
             snprintf(pRecord->state, sizeof pRecord->state, "%.3s", state);
         }
     }
-    fclose(f);
     return result;
 }
 
@@ -179,17 +190,21 @@ int COM_CreateThreadWatchdog(int periodSeconds)
         return rc;
     }
     gThreadWatchdog = gWatchdogArg.thread;
+    gWatchdogRunning = true;
     return 0;
 }
 
 int COM_DestroyThreadWatchdog(void)
 {
-    const int rc = pthread_cancel(gThreadWatchdog);
+    // With no watchdog started, or one already joined, the handle names no
+    // thread: that is reported as pthread_cancel reports a thread that is gone.
+    const int rc = gWatchdogRunning ? pthread_cancel(gThreadWatchdog) : ESRCH;
     if (rc != 0) {
         COM_LOG("COM_DestroyThreadWatchdog", "pthread_cancel() error [%d]\n", rc);
         return rc;
     }
     pthread_join(gThreadWatchdog, nullptr);
+    gWatchdogRunning = false;
     pthread_mutex_destroy(&gThreadLock);
     return 0;
 }
