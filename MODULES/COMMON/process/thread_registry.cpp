@@ -27,6 +27,14 @@ constexpr int kPathSize = 256;
 constexpr int kStatLineSize = 256;
 constexpr const char *kWatchdogName = "COM_ThreadWatchdog";
 
+// The watchdog's streams are opened with glibc's "c" flag: neither the open
+// nor the reads and writes are cancellation points. glibc can act on a
+// cancellation after open() has returned a descriptor and before fopen()
+// hands it out, and nothing could close that descriptor. The thread is then
+// cancelled in its log lines, its test and its sleep. "e": close-on-exec.
+constexpr const char *kReadNoCancel = "rce";
+constexpr const char *kWriteNoCancel = "wce";
+
 COM_THREAD_WATCHDOG gWatchdogArg;
 // Set while a watchdog started here has not been joined: only then is there
 // a thread to cancel.
@@ -49,8 +57,7 @@ int countRecords()
 // The pid file is informative: a failure is logged and registration goes on.
 // The file is named from the whole name given, not the record's cut copy; a
 // path too long for its buffer is not cut (it would name another thread's
-// file) and is reported as a failed open. The stream is closed by its owner
-// also when the watchdog thread is cancelled inside fopen or fprintf.
+// file) and is reported as a failed open.
 void writePidFile(const char *name, int pid)
 {
     COM_Mkdir(kPidDir, kPidDirMode);
@@ -61,7 +68,7 @@ void writePidFile(const char *name, int pid)
         COM_LOG_FAILED_CALL("COM_LogThread", "fopen(%s) error : %s\n", path);
         return;
     }
-    fdio::UniqueFile f = fdio::openFile(path, "w");
+    fdio::UniqueFile f = fdio::openFile(path, kWriteNoCancel);
     if (f == nullptr) {
         COM_LOG_FAILED_CALL("COM_LogThread", "fopen(%s) error : %s\n", path);
         return;
@@ -136,8 +143,7 @@ int COM_CheckThreadState(COM_THREAD_RECORD *pRecord)
 {
     char path[kPathSize];
     snprintf(path, sizeof path, "/proc/%d/stat", pRecord->pid);
-    // Closed by its owner also when the watchdog is cancelled inside fgets.
-    fdio::UniqueFile f = fdio::openFile(path, "r");
+    fdio::UniqueFile f = fdio::openFile(path, kReadNoCancel);
     if (f == nullptr) {
         return -1; // gone
     }

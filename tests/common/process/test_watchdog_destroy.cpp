@@ -37,20 +37,21 @@ TEST_F(ThreadFaults, DestroyWithoutAWatchdogReportsItGone)
     EXPECT_EQ(fake::withoutLineNumbers(log), gone);
 }
 
-// Period 0 on the manual clock: the watchdog passes without pause, so the
-// cancellations land anywhere in its work.
+// Period 0 on the manual clock: once a pass is over, the watchdog is at once
+// in the next one, so the cancellation lands in its file and log calls.
 TEST_F(ThreadFaults, WatchdogCancelledAnywhereLeavesNoDescriptor)
 {
-    fake::clock::enable(1'000'000'000, true);
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < 100; ++i) {
         COM_LogThread("worker");
     }
     COM_LogThread("gone");
-    gThreadTable[20].pid = INT_MAX; // no such process: a warning each pass
+    gThreadTable[100].pid = INT_MAX; // no such process: a warning each pass
     const int before = fake::openDescriptorCount();
     fake::StdoutCapture capture;
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < 50; ++i) {
+        fake::clock::enable(1'000'000'000, true); // counts sleeps from 0
         ASSERT_EQ(COM_CreateThreadWatchdog(0), 0);
+        fake::clock::waitForSleeps(1); // the next pass has begun
         ASSERT_EQ(COM_DestroyThreadWatchdog(), 0);
     }
     capture.text();
