@@ -10,30 +10,18 @@
 
 namespace {
 
-// Two pages, the second unreadable; at() copies bytes to the end of the first.
-class H264Bounds : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-        void *map =
-            mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        ASSERT_NE(map, MAP_FAILED);
-        base = static_cast<uint8_t *>(map);
-        ASSERT_EQ(mprotect(base + page, page, PROT_NONE), 0);
-    }
-    void TearDown() override { munmap(base, 2 * page); }
-    const uint8_t *at(const std::vector<uint8_t> &bytes)
-    {
-        uint8_t *start = base + page - bytes.size();
-        std::copy(bytes.begin(), bytes.end(), start);
-        return start;
-    }
-    size_t page = 0;
-    uint8_t *base = nullptr;
-};
+// Copies the bytes to the end of a page whose next page is unreadable.
+const uint8_t *beforeGuardPage(const std::vector<uint8_t> &bytes)
+{
+    static const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    static auto *base = static_cast<uint8_t *>(
+        mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    static const int guarded = mprotect(base + page, page, PROT_NONE);
+    EXPECT_EQ(guarded, 0);
+    return std::copy_backward(bytes.begin(), bytes.end(), base + page);
+}
 
-TEST_F(H264Bounds, UnitsEndingAtTheEndOfTheBuffer)
+TEST(H264Bounds, UnitsEndingAtTheEndOfTheBuffer)
 {
     // Without VUI, as in MP4 headers and SDP lines; then one whose ue fields
     // hold 00 00 03 (23 leading zeros in num_ref_frames).
@@ -53,25 +41,24 @@ TEST_F(H264Bounds, UnitsEndingAtTheEndOfTheBuffer)
     };
     for (const auto &unit : units) {
         int32_t width = 0, height = 0;
-        EXPECT_EQ(COM_ProcH264SPS(at(unit), &width, &height, 0, nullptr), 0);
+        EXPECT_EQ(COM_ProcH264SPS(beforeGuardPage(unit), &width, &height, 0, nullptr), 0);
         EXPECT_EQ(width * 1000 + height, 640480);
     }
-    EXPECT_EQ(COM_GetH264SliceType(at({0x88})), 1); // I slice: ue 0, ue 7
+    EXPECT_EQ(COM_GetH264SliceType(beforeGuardPage({0x88})), 1); // I slice: ue 0, ue 7
 }
 
-// The public reader takes nothing at or past the length it was given: those
-// bytes read as zero, while cur moves on with every fetch. A 3 behind two zero
-// bytes of payload is dropped.
-TEST_F(H264Bounds, PublicReaderStaysInsideItsLength)
+// The public reader takes nothing at or past its length: those bytes read as
+// zero, while cur moves on with every fetch. A 3 behind two zeros is dropped.
+TEST(H264Bounds, PublicReaderStaysInsideItsLength)
 {
     COM_RBSP_READER r;
-    const uint8_t *data = at({0x00, 0x00, 0x03, 0x01, 0xAB, 0xCD});
+    const uint8_t *data = beforeGuardPage({0x00, 0x00, 0x03, 0x01, 0xAB, 0xCD});
     COM_RbspInit(&r, data, 6);
     EXPECT_EQ(r.cache, 0x0000'01ABu);
     EXPECT_EQ(COM_RbspRead(&r, 24), 0x0000'01u);
     EXPECT_EQ(COM_RbspRead(&r, 24), 0xABCD'00u);
     EXPECT_EQ(r.cur - data, 11);
-    COM_RbspInit(&r, at({0x12, 0x34, 0x56}), 3);
+    COM_RbspInit(&r, beforeGuardPage({0x12, 0x34, 0x56}), 3);
     EXPECT_EQ(r.cache, 0x1234'5600u);
 }
 

@@ -1,5 +1,5 @@
-// Stopping the thread watchdog: with none running, twice, and cancelled at
-// any point of its pass (pid file, /proc reads, log lines) without leaking.
+// Stopping the thread watchdog: with none running, twice, and cancelled in
+// the middle of its passes without leaking; the name of a thread's pid file.
 #include <gtest/gtest.h>
 
 #include <climits>

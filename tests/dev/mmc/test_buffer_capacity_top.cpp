@@ -4,19 +4,14 @@
 #include "DEV.h"
 #include "fake_scsi.h"
 
-namespace {
-
 TEST(DriveProbeTop, BufferSizeNearFourGiB)
 {
-    const std::pair<uint32_t, const char *> cases[] = {
-        {0xFFF00000, "4095 MB"}, {0xFFF00001, "4096 MB"}, {0xFFFFFFFF, "4096 MB"}};
+    const std::pair<uint32_t, int> cases[] = {{0xFFF00000, 4095}, {0xFFF00001, 4096}, {~0u, 4096}};
     fake::OpenDrive open(fake::media::kNone);
-    for (const auto &[bytes, line] : cases) {
+    for (const auto &[bytes, mib] : cases) {
         open.drive->bufferBytes = bytes;
         EXPECT_EQ(fake::logOf([&] { Dev_ReadBufferCapacity("sr0", open.fd); }),
-                  std::string("drive_probe.cpp,N:Dev_ReadBufferCapacity(): buffer_size = ") + line +
-                      "\n");
+                  "drive_probe.cpp,N:Dev_ReadBufferCapacity(): buffer_size = " +
+                      std::to_string(mib) + " MB\n");
     }
 }
-
-} // namespace
