@@ -84,15 +84,15 @@ void setUp(COM_RBSP_READER *r, const uint8_t *data, const uint8_t *end)
 // A byte below 3 behind two raw zero bytes that are payload begins the next
 // start code: from there everything reads as zero and nothing more is taken.
 // Two zero bytes of payload mean that two bytes were taken, so the two in
-// front of cur are the unit's.
-uint32_t dvr::UnitReader::nextByte(bool afterPrevention)
+// front of cur are the unit's. (The byte behind a dropped 3 has the 3 in
+// front of it, so it never counts as a start code.)
+uint32_t dvr::UnitReader::nextByte()
 {
-    if (ended_ || cur_ == nullptr) {
+    if (ended_) {
         return 0;
     }
     const uint32_t byte = *cur_;
-    if (!afterPrevention && byte < 3 && (payload_ & kLow16) == 0 && cur_[-1] == 0 &&
-        cur_[-2] == 0) {
+    if (byte < 3 && (payload_ & kLow16) == 0 && cur_[-1] == 0 && cur_[-2] == 0) {
         ended_ = true;
         return 0;
     }
@@ -104,9 +104,9 @@ uint32_t dvr::UnitReader::nextByte(bool afterPrevention)
 void dvr::UnitReader::need(uint32_t n)
 {
     while (count_ < n) {
-        uint32_t byte = nextByte(false);
+        uint32_t byte = nextByte();
         if (((payload_ << 8 | byte) & kLow24) == kEmulationPrevention) {
-            byte = nextByte(true);
+            byte = nextByte();
         }
         payload_ = payload_ << 8 | byte;
         bits_ = bits_ << 8 | byte;

@@ -14,7 +14,7 @@ namespace dvr {
 // keeps out of a unit) and reads zeros from there on.
 class UnitReader {
 public:
-    explicit UnitReader(const uint8_t *data) : cur_(data) {}
+    explicit UnitReader(const uint8_t *data) : cur_(data) {} // data not null
     void skip(uint32_t n);
     uint32_t read(uint32_t n); // n up to 32
     uint32_t readUE();
@@ -22,7 +22,7 @@ public:
 
 private:
     void need(uint32_t n);
-    uint32_t nextByte(bool afterPrevention);
+    uint32_t nextByte();
     uint32_t leadingZeros();
 
     const uint8_t *cur_;
