@@ -14,6 +14,9 @@ constexpr int kAdditionalCountLow = 11;
 // to live, data length 00 04, the address.
 constexpr int kAddressRecordSize = 16;
 constexpr int kRecordPointerLow = 1;
+constexpr int kRecordType = 2;
+constexpr int kRecordLength = 10;
+constexpr uint8_t kTypeA[] = {0x00, 0x01};
 constexpr int kRecordAddress = 12;
 // The end of the question of an A query: root label, type 00 01 and the first
 // byte of class IN.
@@ -121,6 +124,17 @@ int DNS_ParserMX(const uint8_t *pPacket, int length, DnsRecord *pRecords)
     if (section <= 0) {
         COM_LOG(__func__, "Packet Size error!\n");
         return -1;
+    }
+    // The section is found from the end by its size: it holds what it is taken
+    // for only if each of its records says, by type and length, that it is an
+    // A record of 16 bytes. Any other record (an AAAA of a mail host, say)
+    // makes the reading fail, so that the lookup goes on with an A query.
+    for (int i = 0; i < additional; ++i) {
+        const int record = section + i * kAddressRecordSize;
+        if (!reply.has(record + kRecordType, kTypeA, sizeof kTypeA) ||
+            !reply.has(record + kRecordLength, kAddressLength, sizeof kAddressLength)) {
+            return -1;
+        }
     }
     DnsRecord hosts[kMaxCounted];
     memset(hosts, 0, sizeof hosts);

@@ -35,8 +35,11 @@ mx-host=dvr.test,mail.dvr.test,20
 mx-host=dvr.test,backup.dvr.test,10
 host-record=mail.dvr.test,10.1.2.25
 host-record=backup.dvr.test,10.1.2.26
+host-record=six.dvr.test,10.1.2.6
+mx-host=six.dvr.test,mx6.dvr.test,5
+host-record=mx6.dvr.test,10.1.2.60,fd00::60
 CONF
 # dnsmasq returns once it listens, and goes on in the background.
 dnsmasq --conf-file="$work/dnsmasq.conf" --log-facility=-
 
-DVR_DNS_PEERS=127.0.0.3 ${DVR_EMULATOR:-} "$program" --gtest_filter='DnsPeer.*'
+DVR_DNS_PEERS=127.0.0.3 ${DVR_EMULATOR:-} "$program" --gtest_filter='DnsPeer*'

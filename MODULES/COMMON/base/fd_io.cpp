@@ -25,6 +25,16 @@ ssize_t readSome(int fd, void *buf, size_t size)
     return n;
 }
 
+ssize_t writeOnce(int fd, const void *buf, size_t size)
+{
+    ssize_t n;
+    do {
+        errno = 0;
+        n = write(fd, buf, size);
+    } while (n < 0 && errno == EINTR);
+    return n;
+}
+
 ssize_t writeAll(int fd, const void *buf, size_t size)
 {
     const auto *bytes = static_cast<const char *>(buf);

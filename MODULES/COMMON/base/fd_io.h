@@ -136,6 +136,12 @@ private:
 
 // read() restarted after a signal.
 ssize_t readSome(int fd, void *buf, size_t size);
+// One write() of size bytes, restarted only after a signal that came before
+// any byte was written. A short count is returned as it is, with errno 0:
+// write() reports no error for it. The writers of whole files make one
+// write a block, so that a file-size limit gives a short count and no second
+// write raises SIGXFSZ.
+ssize_t writeOnce(int fd, const void *buf, size_t size);
 // Writes all size bytes, going on after short writes. Returns size, or the
 // count written before a failure (errno set), or -1 when nothing was written.
 ssize_t writeAll(int fd, const void *buf, size_t size);

@@ -43,29 +43,15 @@ unsigned leadingZeros(uint32_t w)
     return kLeadingZeros6[(w >> 8) & 0x3F] + 18;
 }
 
-bool lengthUnknown(const COM_RBSP_READER *r)
+// The next byte of the data. A reader set up with a length takes nothing at
+// or past its end: the byte there reads as 0, and cur moves on as after any
+// fetch.
+uint32_t takeByte(COM_RBSP_READER *r)
 {
-    return r->end == nullptr;
-}
-
-// The next byte of the data, or 0 at the end: at end for a reader that was
-// told the length, at the start code of the next unit for one that was not.
-uint32_t takeByte(COM_RBSP_READER *r, bool afterPrevention)
-{
-    if (r->cur == nullptr || (!lengthUnknown(r) && r->cur >= r->end)) {
+    if (r->cur == nullptr) {
         return 0;
     }
-    const uint32_t byte = *r->cur;
-    // Inside a unit two zero bytes are always followed by 3 or more: a byte
-    // below 3 behind two raw zero bytes begins the next start code. From then
-    // on everything reads as zero, and the pointer stays there. Two zero
-    // bytes in the cache mean at least two bytes were taken from the data,
-    // so the two before cur are the unit's.
-    if (lengthUnknown(r) && !afterPrevention && byte < 3 && (r->cache & kLow16) == 0 &&
-        r->cur[-1] == 0 && r->cur[-2] == 0) {
-        r->end = r->cur;
-        return 0;
-    }
+    const uint32_t byte = r->cur < r->end ? *r->cur : 0;
     ++r->cur;
     return byte;
 }
@@ -74,9 +60,9 @@ uint32_t takeByte(COM_RBSP_READER *r, bool afterPrevention)
 // bytes of payload is dropped and the byte behind it taken as it is.
 void fetch(COM_RBSP_READER *r)
 {
-    uint32_t byte = takeByte(r, false);
+    uint32_t byte = takeByte(r);
     if ((((r->cache << 8) | byte) & kLow24) == kEmulationPrevention) {
-        byte = takeByte(r, true);
+        byte = takeByte(r);
     }
     r->cache = (r->cache << 8) | byte;
 }
@@ -95,9 +81,87 @@ void setUp(COM_RBSP_READER *r, const uint8_t *data, const uint8_t *end)
 }
 } // namespace
 
-void dvr::rbspInitUnit(COM_RBSP_READER *reader, const uint8_t *data)
+// A byte below 3 behind two raw zero bytes that are payload begins the next
+// start code: from there everything reads as zero and nothing more is taken.
+// Two zero bytes of payload mean that two bytes were taken, so the two in
+// front of cur are the unit's. (The byte behind a dropped 3 has the 3 in
+// front of it, so it never counts as a start code.)
+uint32_t dvr::UnitReader::nextByte()
 {
-    setUp(reader, data, nullptr);
+    if (ended_) {
+        return 0;
+    }
+    const uint32_t byte = *cur_;
+    if (byte < 3 && (payload_ & kLow16) == 0 && cur_[-1] == 0 && cur_[-2] == 0) {
+        ended_ = true;
+        return 0;
+    }
+    ++cur_;
+    return byte;
+}
+
+// Takes bytes until n bits are at hand.
+void dvr::UnitReader::need(uint32_t n)
+{
+    while (count_ < n) {
+        uint32_t byte = nextByte();
+        if (((payload_ << 8 | byte) & kLow24) == kEmulationPrevention) {
+            byte = nextByte();
+        }
+        payload_ = payload_ << 8 | byte;
+        bits_ = bits_ << 8 | byte;
+        count_ += 8;
+    }
+}
+
+void dvr::UnitReader::skip(uint32_t n)
+{
+    while (n > 0) {
+        const uint32_t step = n < 24 ? n : 24;
+        need(step);
+        count_ -= step;
+        n -= step;
+    }
+}
+
+uint32_t dvr::UnitReader::read(uint32_t n)
+{
+    if (n == 0) {
+        return 0;
+    }
+    n = n < 32 ? n : 32;
+    need(n);
+    count_ -= n;
+    return static_cast<uint32_t>((bits_ >> count_) & ((uint64_t{1} << n) - 1));
+}
+
+// The same count as leadingZeros() of the 32 bits ahead, looking at no bit
+// behind the first 1: its position when it is among the first 24 bits, else 18.
+uint32_t dvr::UnitReader::leadingZeros()
+{
+    for (uint32_t at = 0; at < 24; ++at) {
+        need(at + 1);
+        if (((bits_ >> (count_ - 1 - at)) & 1) != 0) {
+            return at;
+        }
+    }
+    return 18;
+}
+
+uint32_t dvr::UnitReader::readUE()
+{
+    const uint32_t zeros = leadingZeros();
+    skip(zeros + 1);
+    return read(zeros) + (1u << zeros) - 1;
+}
+
+int32_t dvr::UnitReader::readSE()
+{
+    const uint32_t zeros = leadingZeros();
+    skip(zeros + 1);
+    const uint32_t k = read(zeros) + (1u << zeros);
+    const auto half = static_cast<int32_t>(k >> 1);
+    return (k & 1) != 0 ? -half : half;
 }
 
 uint32_t COM_ReadBits(const uint8_t **ppData, int *pBitsLeft, int n)
@@ -128,7 +192,8 @@ uint32_t COM_ReadBits(const uint8_t **ppData, int *pBitsLeft, int n)
 void COM_RbspInit(COM_RBSP_READER *reader, const uint8_t *data, int32_t len)
 {
     if (reader != nullptr) {
-        // A length of 0 or less leaves nothing to fetch: the cache fills with zeros.
+        // A length of 0 or less leaves nothing to fetch: the cache fills with
+        // zeros. The length is all the reader knows of the caller's buffer.
         setUp(reader, data, (data != nullptr && len > 0) ? data + len : data);
     }
 }

@@ -66,28 +66,28 @@ int COM_ProcH264SPS(const uint8_t *sps, int32_t *width, int32_t *height, int res
     COM_ReadBits(&p, &bitsLeft, 4); // reserved_zero_4bits
     const uint32_t levelIdc = COM_ReadBits(&p, &bitsLeft, 8);
 
-    // The unit's length is not known: the reader stops at the next start code.
-    COM_RBSP_READER r;
-    dvr::rbspInitUnit(&r, sps);
-    COM_RbspSkip(&r, 24);
-    COM_RbspReadUE(&r); // seq_parameter_set_id
-    COM_RbspReadUE(&r); // log2_max_frame_num_minus4
-    const uint32_t pocType = COM_RbspReadUE(&r);
+    // The unit's length is not known: the reader takes only the bytes of the
+    // fields it reads, and stops at the next start code.
+    dvr::UnitReader r(sps);
+    r.skip(24);
+    r.readUE(); // seq_parameter_set_id
+    r.readUE(); // log2_max_frame_num_minus4
+    const uint32_t pocType = r.readUE();
     int result = 0;
     if (pocType == 0) {
-        if (COM_RbspReadUE(&r) > kMaxLog2PocLsbMinus4) {
+        if (r.readUE() > kMaxLog2PocLsbMinus4) {
             result = kErrPocLsb;
         }
     } else if (pocType == 1) {
-        COM_RbspSkip(&r, 1); // delta_pic_order_always_zero_flag
-        COM_RbspReadSE(&r);  // offset_for_non_ref_pic
-        COM_RbspReadSE(&r);  // offset_for_top_to_bottom_field
-        const uint32_t cycle = COM_RbspReadUE(&r);
+        r.skip(1);  // delta_pic_order_always_zero_flag
+        r.readSE(); // offset_for_non_ref_pic
+        r.readSE(); // offset_for_top_to_bottom_field
+        const uint32_t cycle = r.readUE();
         if (cycle > kMaxRefFramesInPocCycle) {
             result = kErrPocCycle;
         } else {
             for (uint32_t i = 0; i < cycle; ++i) {
-                COM_RbspReadSE(&r); // offset_for_ref_frame[i]
+                r.readSE(); // offset_for_ref_frame[i]
             }
         }
     }
@@ -97,10 +97,10 @@ int COM_ProcH264SPS(const uint8_t *sps, int32_t *width, int32_t *height, int res
         return result;
     }
 
-    COM_RbspReadUE(&r);  // num_ref_frames
-    COM_RbspSkip(&r, 1); // gaps_in_frame_num_value_allowed_flag
-    const uint32_t widthMbsMinus1 = COM_RbspReadUE(&r);
-    const uint32_t heightMapUnitsMinus1 = COM_RbspReadUE(&r);
+    r.readUE(); // num_ref_frames
+    r.skip(1);  // gaps_in_frame_num_value_allowed_flag
+    const uint32_t widthMbsMinus1 = r.readUE();
+    const uint32_t heightMapUnitsMinus1 = r.readUE();
     // Coded sizes: no cropping (1080 lines read as 1088) and, for field
     // coding, the height of the map units.
     if (height != nullptr) {
@@ -117,10 +117,9 @@ int COM_GetH264SliceType(const uint8_t *data)
     if (data == nullptr) {
         return kSliceNone;
     }
-    COM_RBSP_READER r;
-    dvr::rbspInitUnit(&r, data);
-    COM_RbspReadUE(&r); // first_mb_in_slice
-    const uint32_t sliceType = COM_RbspReadUE(&r);
+    dvr::UnitReader r(data);
+    r.readUE(); // first_mb_in_slice
+    const uint32_t sliceType = r.readUE();
     return sliceType < std::size(kSliceKinds) ? kSliceKinds[sliceType] : kSliceNone;
 }
 

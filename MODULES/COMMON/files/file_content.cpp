@@ -67,7 +67,7 @@ int writeText(const char *func, const char *path, const char *text, int flags)
         return -1;
     }
     const size_t length = strlen(text);
-    const ssize_t n = fdio::writeAll(fd.get(), text, length);
+    const ssize_t n = fdio::writeOnce(fd.get(), text, length);
     if (n != static_cast<ssize_t>(length)) {
         COM_LOG_FAILED_CALL(func, "write(%s) error : %s\n", path);
     }
@@ -110,7 +110,7 @@ int COM_SaveDataIntoFile(const char *path, const void *pData, int len)
         COM_LOG_FAILED_CALL(__func__, "open(%s) fail : %s\n", path);
         return -1;
     }
-    const ssize_t n = fdio::writeAll(fd.get(), pData, static_cast<size_t>(len));
+    const ssize_t n = fdio::writeOnce(fd.get(), pData, static_cast<size_t>(len));
     if (n == len) {
         return 0;
     }

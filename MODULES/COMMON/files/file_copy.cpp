@@ -105,7 +105,7 @@ int COM_CopyFile(const char *dstPath, const char *srcPath)
             result = n == 0 ? 0 : -1;
             break;
         }
-        if (fdio::writeAll(dst.get(), block, static_cast<size_t>(n)) != n) {
+        if (fdio::writeOnce(dst.get(), block, static_cast<size_t>(n)) != n) {
             COM_LOG_FAILED_CALL(nullptr, "write(%s) failed : %s\n", dstPath);
             break;
         }
@@ -153,7 +153,7 @@ int COM_File2FileAppend(const char *dstPath, const char *srcPath)
             break;
         }
         left -= n;
-        if (fdio::writeAll(dst.get(), block, static_cast<size_t>(n)) != n) {
+        if (fdio::writeOnce(dst.get(), block, static_cast<size_t>(n)) != n) {
             COM_LOG(nullptr, "failed to write %d bytes from [%s] to [%s]\n", static_cast<int>(n),
                     srcPath, dstPath);
             continue;

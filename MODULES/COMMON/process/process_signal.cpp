@@ -98,10 +98,6 @@ int COM_KillProcess(const char *name, pid_t pid, int sig)
     if (name == nullptr) {
         return pid > 0 ? sendSignal(pid, sig) : -1;
     }
-    // An empty name would match the first process of the scan, whichever.
-    if (name[0] == '\0') {
-        return -1;
-    }
     const fdio::UniqueDir dir = fdio::openDir(kProcDir);
     if (!dir) {
         COM_LOG_FAILED_CALL(nullptr, "opendir(%s) error : %s\n", kProcDir);
@@ -113,11 +109,13 @@ int COM_KillProcess(const char *name, pid_t pid, int sig)
             !beginsWith(text, name)) {
             continue;
         }
-        // "self" and the like convert to 0: nothing is sent.
+        // "self" and the like convert to 0: nothing is sent. An empty name
+        // matches the first entry with a command line, which names no
+        // process the caller meant: it is reported and nothing is sent.
         const int found = atoi(entry->d_name);
         COM_LOG(nullptr, "[pid:%d] - kill(%d[%s], %d)\n", static_cast<int>(getpid()), found, name,
                 sig);
-        return found > 0 ? sendSignal(found, sig) : -1;
+        return found > 0 && name[0] != '\0' ? sendSignal(found, sig) : -1;
     }
     return -1;
 }

@@ -1,5 +1,3 @@
-#include "COMMON.h"
-#include "com_log.h"
 #include "fd_io.h"
 
 #include <cerrno>
@@ -29,7 +27,18 @@ constexpr int kPathSize = 256;
 constexpr int kStatLineSize = 256;
 constexpr const char *kWatchdogName = "COM_ThreadWatchdog";
 
+// The watchdog's streams are opened with glibc's "c" flag: neither the open
+// nor the reads and writes are cancellation points. glibc can act on a
+// cancellation after open() has returned a descriptor and before fopen()
+// hands it out, and nothing could close that descriptor. The thread is then
+// cancelled in its log lines, its test and its sleep. "e": close-on-exec.
+constexpr const char *kReadNoCancel = "rce";
+constexpr const char *kWriteNoCancel = "wce";
+
 COM_THREAD_WATCHDOG gWatchdogArg;
+// Set while a watchdog started here has not been joined: only then is there
+// a thread to cancel.
+bool gWatchdogRunning = false;
 
 void unlockTable(void *)
 {
@@ -46,18 +55,26 @@ int countRecords()
 }
 
 // The pid file is informative: a failure is logged and registration goes on.
-void writePidFile(const COM_THREAD_RECORD &record)
+// The file is named from the whole name given, not the record's cut copy; a
+// path too long for its buffer is not cut (it would name another thread's
+// file) and is reported as a failed open.
+void writePidFile(const char *name, int pid)
 {
     COM_Mkdir(kPidDir, kPidDirMode);
     char path[kPathSize];
-    snprintf(path, sizeof path, "%s/%s.thread.pid", kPidDir, record.name);
-    const fdio::UniqueFile file = fdio::openFile(path, "w");
-    if (!file) {
+    const int length = snprintf(path, sizeof path, "%s/%s.thread.pid", kPidDir, name);
+    if (length < 0 || length >= kPathSize) {
+        errno = ENAMETOOLONG;
         COM_LOG_FAILED_CALL("COM_LogThread", "fopen(%s) error : %s\n", path);
         return;
     }
-    if (fprintf(file.get(), "%d", record.pid) < 0) {
-        COM_LOG_FAILED_CALL("COM_LogThread", "[%s] fprintf() error : %s\n", record.name);
+    fdio::UniqueFile f = fdio::openFile(path, kWriteNoCancel);
+    if (f == nullptr) {
+        COM_LOG_FAILED_CALL("COM_LogThread", "fopen(%s) error : %s\n", path);
+        return;
+    }
+    if (fprintf(f.get(), "%d", pid) < 0) {
+        COM_LOG_FAILED_CALL("COM_LogThread", "[%s] fprintf() error : %s\n", name);
     }
 }
 } // namespace
@@ -67,8 +84,9 @@ int COM_LogThread(const char *name)
     COM_THREAD_RECORD pair[2];
     memset(pair, 0, sizeof pair);
     pair[0].pid = getpid();
-    snprintf(pair[0].name, sizeof pair[0].name, "%s", name != nullptr ? name : "");
-    writePidFile(pair[0]);
+    const char *given = name != nullptr ? name : "";
+    snprintf(pair[0].name, sizeof pair[0].name, "%s", given);
+    writePidFile(given, pair[0].pid);
 
     int result = -1;
     pthread_mutex_lock(&gThreadLock);
@@ -125,13 +143,13 @@ int COM_CheckThreadState(COM_THREAD_RECORD *pRecord)
 {
     char path[kPathSize];
     snprintf(path, sizeof path, "/proc/%d/stat", pRecord->pid);
-    const fdio::UniqueFile file = fdio::openFile(path, "r");
-    if (!file) {
+    fdio::UniqueFile f = fdio::openFile(path, kReadNoCancel);
+    if (f == nullptr) {
         return -1; // gone
     }
     int result = -1;
     char line[kStatLineSize] = {};
-    if (fgets(line, sizeof line, file.get()) != nullptr) {
+    if (fgets(line, sizeof line, f.get()) != nullptr) {
         // "pid (name) S ...": with a name free of delimiters the third token
         // is the state letter.
         char *save = nullptr;
@@ -178,17 +196,21 @@ int COM_CreateThreadWatchdog(int periodSeconds)
         return rc;
     }
     gThreadWatchdog = gWatchdogArg.thread;
+    gWatchdogRunning = true;
     return 0;
 }
 
 int COM_DestroyThreadWatchdog(void)
 {
-    const int rc = pthread_cancel(gThreadWatchdog);
+    // With no watchdog started, or one already joined, the handle names no
+    // thread: that is reported as pthread_cancel reports a thread that is gone.
+    const int rc = gWatchdogRunning ? pthread_cancel(gThreadWatchdog) : ESRCH;
     if (rc != 0) {
         COM_LOG("COM_DestroyThreadWatchdog", "pthread_cancel() error [%d]\n", rc);
         return rc;
     }
     pthread_join(gThreadWatchdog, nullptr);
+    gWatchdogRunning = false;
     pthread_mutex_destroy(&gThreadLock);
     return 0;
 }

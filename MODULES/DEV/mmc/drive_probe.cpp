@@ -72,7 +72,8 @@ int Dev_ReadBufferCapacity(const char *pName, int fd)
     }
     const uint32_t bytes = dev::be::get32(r.reply + 4);
     if (bytes > kSmallBuffer) {
-        const auto mib = static_cast<int>((bytes + (1u << kMiBShift) - 1) >> kMiBShift);
+        // Rounded up in 64 bits: lengths above 0xFFF00000 would wrap in 32.
+        const auto mib = static_cast<int>((uint64_t{bytes} + (1u << kMiBShift) - 1) >> kMiBShift);
         COM_LOG(__func__, "buffer_size = %d MB\n", mib);
     } else {
         COM_LOG(__func__, "buffer_size = ???\n");

@@ -256,7 +256,9 @@ TEST(PidsAndSignals, RefusalsAndThePidFile)
                       me = std::to_string(getpid());
     const std::pair<std::function<int()>, std::string> cases[] = {
         {[] { return COM_KillProcess(nullptr, 0, 0); }, ""},
-        {[] { return COM_KillProcess("", 0, 0); }, ""},
+        // An empty name matches "self" first: reported, nothing sent.
+        {[] { return COM_KillProcess("", 0, 0); },
+         "process_signal.cpp,N: [pid:" + me + "] - kill(0[], 0)\n"},
         {[] { return COM_KillProcess(nullptr, kNoSuchPid, 0); },
          "process_signal.cpp,N: kill(2147483632, 0) fail : No such process\n"},
         // The caller's own command line is met first as the entry "self".
