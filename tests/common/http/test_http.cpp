@@ -1,0 +1,397 @@
+// The command client on loopback sockets: requests as a peer receives them
+// (golden files), the bounds of the request, host and auth texts, the
+// answer-side scanners, HTML text, the socket helpers and the ring copy. The
+// HttpPeer tests run in tests/peers/test_http.sh against real servers.
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <fstream>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "COMMON.h"
+#include "fake_select.h"
+#include "http_private.h"
+#include "test_support.h"
+
+namespace {
+
+template <typename Fn> std::string logOf(Fn fn)
+{
+    return fake::withoutLineNumbers(fake::captureStdout(fn));
+}
+std::string golden(const std::string &name)
+{
+    return DVR_TEST_DATA_DIR "/http/" + name + ".txt";
+}
+// Compares with a golden file; DVR_UPDATE_GOLDEN=1 rewrites it instead.
+void expectGolden(const std::string &name, const std::string &actual)
+{
+    if (getenv("DVR_UPDATE_GOLDEN") != nullptr) {
+        std::ofstream(golden(name), std::ios::binary) << actual;
+    }
+    EXPECT_EQ(actual, fake::readFile(golden(name))) << name;
+}
+
+// A listening TCP socket on 127.0.0.1 that never answers: the client's read
+// waits time out on the fake clock, and the test then takes what was sent.
+struct Listener {
+    Listener()
+    {
+        sockaddr_in a{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+        socklen_t len = sizeof a;
+        EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&a), len) | listen(fd, 4) |
+                      getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len),
+                  0);
+        port = ntohs(a.sin_port);
+    }
+    ~Listener() { COM_SafeClose(&fd); }
+    std::string url(const std::string &path = "") const
+    {
+        return "127.0.0.1:" + std::to_string(port) + path;
+    }
+    // The bytes of the next connection, or "(none)" when none came.
+    std::string received()
+    {
+        int c = accept4(fd, nullptr, nullptr, SOCK_NONBLOCK);
+        if (c < 0) {
+            return "(none)";
+        }
+        std::string all;
+        char buf[8192];
+        for (ssize_t n; (n = read(c, buf, sizeof buf)) > 0;) {
+            all.append(buf, static_cast<size_t>(n));
+        }
+        COM_SafeClose(&c);
+        // The port is the test's own; the golden files say PORT.
+        for (size_t at; (at = all.find(":" + std::to_string(port))) != std::string::npos;) {
+            all.replace(at + 1, std::to_string(port).size(), "PORT");
+        }
+        return all;
+    }
+    int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+    int port = 0;
+};
+
+class Http : public testing::Test {
+protected:
+    void SetUp() override { fake::clock::enable(); }
+    void TearDown() override
+    {
+        fake::clock::timeOutWaits(0);
+        free(out);
+    }
+    // One command to the listener whose answer never comes: result and log.
+    std::pair<int, std::string> silent(const std::function<int()> &call)
+    {
+        fake::clock::timeOutWaits(2);
+        int rc = 0;
+        std::string log = logOf([&] { rc = call(); });
+        return {rc, log};
+    }
+    Listener peer;
+    char *out = nullptr;
+};
+
+COM_HTTP_AUTH record(int type, const char *user, const char *password)
+{
+    COM_HTTP_AUTH a;
+    memset(&a, 0, sizeof a);
+    a.type = type;
+    snprintf(a.username, sizeof a.username, "%s", user);
+    snprintf(a.password, sizeof a.password, "%s", password);
+    return a;
+}
+
+TEST_F(Http, RequestsAsThePeerReceivesThem)
+{
+    COM_HTTP_AUTH basic = record(COM_HTTP_AUTH_BASIC, "Aladdin", "open sesame");
+    const std::string rtsp = "OPTIONS rtsp://cam/live RTSP/1.0\r\nCSeq: 1\r\n\r\n";
+    struct Case {
+        const char *name;
+        std::string path;
+        COM_HTTP_AUTH *auth;
+        int kind;
+        const char *data, *cookie;
+        int https;
+        const char *log;
+    } cases[] = {
+        {"get_root", "", nullptr, HTTP_CMD_GET, nullptr, nullptr, 0, ""},
+        {"get_basic_cookie", "/cgi-bin/a.cgi?x=1&y=%20", &basic, HTTP_CMD_GET, nullptr, "sid=42", 0,
+         ""},
+        {"post_form_cookie", "/form", nullptr, HTTP_CMD_POST, "a=1&b=two", "sid=42", 0, ""},
+        {"post_basic_https", "/p", &basic, HTTP_CMD_POST, "", nullptr, 1,
+         "http_exchange.cpp,N: Warning! trying to send https command w/o ENABLE_SSL_SUPPORT\n"},
+        {"post_headers", "/h", &basic, HTTP_CMD_POST_HEADERS, "X-One: 1\r\n\r\nbody", "c=1", 0, ""},
+        {"raw_rtsp", "/live", &basic, HTTP_CMD_RAW, rtsp.c_str(), "c=1", 0, ""},
+        {"rtsp_describe_kind", "/live", nullptr, RTSP_CMD_DESCRIBE, nullptr, nullptr, 0, ""},
+    };
+    for (const Case &c : cases) {
+        const auto [rc, log] = silent([&] {
+            return COM_SubGetPostHttpContent(peer.url(c.path).c_str(), &out, c.auth, c.kind, c.data,
+                                             0, c.cookie, c.https);
+        });
+        EXPECT_EQ(rc, 0) << c.name;
+        EXPECT_EQ(log, c.log) << c.name;
+        expectGolden(c.name, peer.received());
+    }
+    EXPECT_EQ(out, nullptr);
+    // Two read waits of 10 seconds and the 30 ms pause per command, on the fake clock.
+    EXPECT_EQ(fake::clock::sleptNs(), std::size(cases) * 20'030'000'000LL);
+}
+
+// A request fits its 4,096 bytes with the terminator; one byte more is refused
+// before a lookup or a connection.
+TEST_F(Http, RequestLimitRefusesBeforeSending)
+{
+    for (const int length : {4095, 4096}) {
+        const std::string data(static_cast<size_t>(length), 'r');
+        const auto [rc, log] = silent(
+            [&] { return COM_SendRawHttpCmd(peer.url("/").c_str(), &out, nullptr, data.c_str()); });
+        const bool fits = length < COM_HTTP_REQUEST_SIZE;
+        EXPECT_EQ(rc, fits ? 0 : -1);
+        EXPECT_EQ(log, fits ? ""
+                            : "http_command.cpp,N:COM_SubGetPostHttpContent(): buffer overflow : "
+                              "(len, limit) = (4096, 4096)\n");
+        EXPECT_EQ(peer.received(), fits ? data : "(none)");
+    }
+    sockaddr_in a{AF_INET, htons(static_cast<uint16_t>(peer.port)), {htonl(INADDR_LOOPBACK)}, {}};
+    const std::string cookie(4000, 'c');
+    EXPECT_EQ(logOf([&] {
+                  EXPECT_EQ(COM_SubSendHttpCmd(&a, "h", "\r\n", "/", &out, nullptr, 0, nullptr, 0,
+                                               cookie.c_str(), 0),
+                            -1);
+              }),
+              "http_exchange.cpp,N:COM_SubSendHttpCmd(): buffer overflow : (len, limit) = (4181, "
+              "4096)\n");
+    EXPECT_EQ(peer.received(), "(none)");
+}
+
+// The host part holds 79 characters; with a path, a longer one is reported and
+// left empty, without one it is cut.
+TEST_F(Http, HostPartLimit)
+{
+    fake::TempDir dir;
+    fake::redirect("/etc/resolv.conf", dir.file("missing"));
+    const std::string h79 = std::string(75, 'h') + ".box", h80 = "h" + h79;
+    const std::string noServer = "DNS_GetNameServer(): fopen(/etc/resolv.conf) error : No such "
+                                 "file or directory\n";
+    const std::pair<std::string, std::string> cases[] = {
+        {h79 + "/x", noServer + "DNS_GetA(): no nameserver found\n" +
+                         "COM_SubGetPostHttpContent(): DNS_GetA(" + h79 + ") return error [" + h79 +
+                         "/x]\n"},
+        {h80 + "/x", "COM_SubGetPostHttpContent(): buffer overflow : (len, limit) = (80, 80)\n"
+                     "DNS_GetA(): invalid pDomainName []\n"
+                     "COM_SubGetPostHttpContent(): DNS_GetA() return error [" +
+                         h80 + "/x]\n"},
+        {h80 + ":81", noServer + "DNS_GetA(): no nameserver found\n" +
+                          "COM_SubGetPostHttpContent(): DNS_GetA(" + h80.substr(0, 79) +
+                          ") return error [" + h80 + ":81]\n"},
+    };
+    for (const auto &[url, log] : cases) {
+        std::string seen =
+            logOf([&] { EXPECT_EQ(COM_GetHttpContent(url.c_str(), &out, nullptr), -1); });
+        for (size_t at; (at = seen.find(",N:")) != std::string::npos;) {
+            seen.erase(seen.rfind('\n', at) + 1, at + 3 - (seen.rfind('\n', at) + 1));
+        }
+        EXPECT_EQ(seen, log) << url;
+    }
+}
+
+std::string authText(const char *method, const char *url, COM_HTTP_AUTH *auth)
+{
+    char out[COM_HTTP_AUTH_TEXT_SIZE];
+    memset(out, 0x55, sizeof out);
+    COM_MakeHttpAuthHeader(method, url, auth, out);
+    return out;
+}
+
+// Digest with a challenge at hand (no exchange): the long form with the first
+// qop value, the short form without qop, and texts that don't fit 512 bytes.
+TEST(HttpAuth, HeaderTexts)
+{
+    COM_HTTP_AUTH none = record(COM_HTTP_AUTH_NONE, "u", "p"), odd = record(7, "u", "p");
+    COM_HTTP_AUTH basic = record(COM_HTTP_AUTH_BASIC, "Aladdin", "open sesame");
+    COM_HTTP_AUTH empty = record(COM_HTTP_AUTH_BASIC, "admin", "");
+    COM_HTTP_AUTH longest =
+        record(COM_HTTP_AUTH_BASIC, std::string(27, 'u').c_str(), std::string(31, 'p').c_str());
+    COM_HTTP_AUTH digest = record(COM_HTTP_AUTH_DIGEST, "Mufasa", "Circle Of Life");
+    strcpy(digest.realm, "testrealm@host.com");
+    strcpy(digest.nonce, "dcd98b7102dd2f0e8b11d0f600bfb0c093");
+    strcpy(digest.opaque, "5ccc069c403ebaf9f0171e9517f40e41");
+    strcpy(digest.qop, "auth,auth-int");
+    COM_HTTP_AUTH shortForm = digest;
+    shortForm.qop[0] = '\0';
+    std::string all =
+        authText("GET", "h", nullptr) + authText("GET", "h", &none) + authText("GET", "h", &odd) +
+        authText("GET", "h/x", &basic) + authText("GET", "h", &empty) +
+        authText("GET", "h", &longest) + authText("GET", "host:8080/dir/index.html", &digest) +
+        authText("POST", "host/dir/index.html", &digest) + authText("DESCRIBE", "host", &shortForm);
+    EXPECT_EQ(std::string(digest.qop), "auth");
+    EXPECT_EQ(std::string(digest.nc), "00000001");
+    expectGolden("auth_headers", all);
+
+    // Fields filled to their widths, unterminated, and a 300-character path: the
+    // line can't fit and the header ends with the blank line alone.
+    COM_HTTP_AUTH wide;
+    memset(&wide, 'w', sizeof wide);
+    wide.type = COM_HTTP_AUTH_DIGEST;
+    const std::string url = "h/" + std::string(300, 'p');
+    EXPECT_EQ(logOf([&] { EXPECT_EQ(authText("GET", url.c_str(), &wide), "\r\n"); }),
+              "http_auth.cpp,N:COM_MakeHttpAuthHeader(): buffer overflow : (len, limit) = (736, "
+              "512)\n");
+    EXPECT_EQ(std::string(wide.qop, 16), std::string(16, 'w')); // no "," to cut at
+}
+
+// Hostile and odd challenges: values longer than the record's members are cut,
+// unquoted values take the next quoted text, missing keys leave members alone.
+TEST(HttpAuth, ChallengeParse)
+{
+    const std::string big(200, 'n');
+    const struct {
+        std::string answer;
+        int rc;
+        std::string realm, qop, nonce, opaque;
+        std::string log;
+    } cases[] = {
+        {"HTTP/1.1 401\r\nwww-authenticate: digest realm=\"r\", nonce=\"n\", "
+         "qop=\"auth,auth-int\"\r\n",
+         0, "r", "auth,auth-int", "n", "old", ""},
+        {"WWW-Authenticate: Basic realm=\"r\"\r\n", -1, "old", "old", "old", "old", ""},
+        {"WWW-Authenticate: Digest realm=x, nonce=\"n\"", 0, "n", "old", "n", "old", ""},
+        {"WWW-Authenticate: Digest realm=\"" + big + "\",qop=\"" + big + "\",nonce=\"" + big +
+             "\",opaque=\"" + big + "\"",
+         0, big.substr(0, 79), big.substr(0, 15), big.substr(0, 79), big.substr(0, 79),
+         "(200, 80)\n(200, 16)\n(200, 80)\n(200, 80)\n"},
+    };
+    for (const auto &c : cases) {
+        COM_HTTP_AUTH a = record(COM_HTTP_AUTH_DIGEST, "u", "p");
+        strcpy(a.realm, "old"), strcpy(a.qop, "old"), strcpy(a.nonce, "old"),
+            strcpy(a.opaque, "old");
+        std::string log =
+            logOf([&] { EXPECT_EQ(COM_ParseHttpDigestChallenge(c.answer.c_str(), &a), c.rc); });
+        for (size_t at; (at = log.find("text_search.cpp,N:COM_GetStrInDoubleQuotes(): Warning! "
+                                       "overflow (len, size) = ")) != std::string::npos;) {
+            log.erase(at, 78);
+        }
+        EXPECT_EQ(log, c.log);
+        EXPECT_EQ(std::vector<std::string>({a.realm, a.qop, a.nonce, a.opaque}),
+                  std::vector({c.realm, c.qop, c.nonce, c.opaque}));
+    }
+}
+
+TEST(HttpAnswer, ContentLengthAndHeaderEnd)
+{
+    const std::tuple<std::string, int, int> cases[] = {
+        // block, Content-Length, header end
+        {"HTTP/1.1 200 OK\r\ncontent-length: 12\r\n\r\nbody", 12, 39},
+        {"Content-Length: 3\r\nCONTENT-LENGTH: 10\r\n\n\nxx", 10, 40},
+        {"Content-Length: 7\r\nContent-Length: none\r\n12\r\n\r\n", 7, 47}, // no digit: kept
+        {"Content-Length:\r\n 5 and then some", -1, 0},
+        {"Content-Length:", -1, 0},  // shorter than the name and two: not looked at
+        {"xContent-Length:9", 9, 0}, // a hit at the last place
+        {"Content-Length: 4294967296\r\n\r\n", 2147483647, 30},
+        {"a\n\nb\r\n\r\n", -1, 8}, // "\r\n\r\n" first, wherever it is
+        {"\r\n\r", -1, 0},
+    };
+    for (const auto &[block, length, end] : cases) {
+        EXPECT_EQ(http::scanContentLength(block.data(), static_cast<int>(block.size())), length)
+            << block;
+        EXPECT_EQ(http::findHeaderEnd(block.data(), static_cast<int>(block.size())), end) << block;
+    }
+}
+
+TEST(HtmlText, StripAndExtract)
+{
+    char html[] = "<html><BODY>Line<br>two<Br/>x<bR><p class=a>three</p></body>";
+    char *out = nullptr;
+    EXPECT_EQ(COM_StripHtmlCode(html, &out), 17);
+    EXPECT_EQ(std::string(out), "Line\ntwo\nx\nthree");
+    EXPECT_EQ(std::string(html), "<html><BODY>Line<br\ntwo<Br/\nx<bR\n<p class=a>three</p></body>");
+    free(out);
+    out = nullptr;
+    char tagsOnly[] = "<a><b>", open[] = "text<a";
+    EXPECT_EQ(COM_StripHtmlCode(tagsOnly, &out), -1);
+    EXPECT_EQ(COM_StripHtmlCode(open, &out), 5);
+    EXPECT_EQ(std::string(out), "text");
+    free(out);
+
+    const char *page = "<body><b>one<B x=1>two</b></B><bold>x</b>";
+    const std::tuple<const char *, const char *, int, int, std::string> cases[] = {
+        {"b", page, 0, 18, "one<B x=1>two</b>"},
+        {"b", page, 1, 25, "<b>one<B x=1>two</b></B>"},
+        {"body", page, 1, -1, ""}, // never closed
+        {"i", "</i><i>x</i>", 0, 2, "x"},
+        {"i", "<i></i>", 0, -1, ""},
+        {"i", "<i/>x</i>", 0, -1, ""},
+        {"i", "<i>x</i", 0, -1, ""},
+        {"i", "<i\tid=2>yz</i >", 1, 16, "<i\tid=2>yz</i >"},
+    };
+    for (const auto &[tag, text, include, rc, element] : cases) {
+        char *block = nullptr;
+        EXPECT_EQ(COM_ExtractHtmlTag(tag, text, &block, include), rc) << text;
+        EXPECT_EQ(block != nullptr ? std::string(block) : "", element) << text;
+        free(block);
+    }
+}
+
+// Every offset of an 8-byte ring on either side, and plain areas, against a
+// byte-by-byte model; more than a ring holds, or nothing, is refused.
+TEST(RingCopy, EveryWrap)
+{
+    constexpr int kRing = 8;
+    char src[kRing], dst[kRing + 4], want[kRing + 4];
+    for (int i = 0; i < kRing; ++i) {
+        src[i] = static_cast<char>('a' + i);
+    }
+    for (int srcSize : {kRing, 0}) {
+        for (int dstSize : {kRing, 0}) {
+            for (int so = 0; so < kRing; ++so) {
+                for (int dof = 0; dof < kRing; ++dof) {
+                    for (int n = 1; n <= kRing; ++n) {
+                        if ((srcSize == 0 && so + n > kRing) ||
+                            (dstSize == 0 && dof + n > kRing + 4)) {
+                            continue;
+                        }
+                        memset(dst, '.', sizeof dst);
+                        memset(want, '.', sizeof want);
+                        for (int i = 0; i < n; ++i) {
+                            want[dstSize ? (dof + i) % dstSize : dof + i] =
+                                src[srcSize ? (so + i) % srcSize : so + i];
+                        }
+                        ASSERT_EQ(COM_RingCopy(dst, dof, dstSize, src, so, srcSize, n), 0);
+                        ASSERT_EQ(std::string(dst, sizeof dst), std::string(want, sizeof want))
+                            << srcSize << " " << so << " " << dstSize << " " << dof << " " << n;
+                    }
+                }
+            }
+        }
+    }
+    const std::string log = logOf([&] {
+        EXPECT_EQ(COM_RingCopy(dst, 6, 8, src, 0, 8, 0), -1);
+        EXPECT_EQ(COM_RingCopy(dst, 6, 8, src, 0, 0, 9), -1);
+    });
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 2);
+    EXPECT_EQ(log.substr(0, 26), "ring_copy.cpp,N: Panic (0x");
+}
+
+TEST(HttpSocket, TimeoutAndSendAll)
+{
+    EXPECT_EQ(logOf([] { EXPECT_EQ(COM_SetSocketTimeout(-1, 30), -1); }),
+              "socket_util.cpp,N: setsockopt(-1, SO_SNDTIMEO, 30 sec) failed - Bad file "
+              "descriptor\n");
+    int pair[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
+    EXPECT_EQ(COM_SetSocketTimeout(pair[0], 30), 0);
+    timeval tv{};
+    socklen_t len = sizeof tv;
+    getsockopt(pair[0], SOL_SOCKET, SO_RCVTIMEO, &tv, &len);
+    EXPECT_EQ(tv.tv_sec, 30);
+    EXPECT_EQ(COM_SendAll(pair[0], "hello", 5), 0);
+    COM_SafeClose(&pair[1]);
+    EXPECT_EQ(COM_SendAll(pair[0], "hello", 5), 5);
+    COM_SafeClose(&pair[0]);
+}
+
+} // namespace
