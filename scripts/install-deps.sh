@@ -9,6 +9,8 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   iproute2 util-linux procps coreutils
   dnsmasq-base ccache clang-format
+  apache2 apache2-utils nginx python3 python3-gi gir1.2-gst-rtsp-server-1.0
+  gstreamer1.0-plugins-base gstreamer1.0-plugins-good curl
 )
 
 missing=()
