@@ -48,14 +48,20 @@ void receiveAnswer(const char *func, int fd, Block block, bool keepHeader, http:
     int64_t body = 0;
     bool headerDone = false;
     for (;;) {
-        timeval tv{kReadWaitSeconds, 0};
-        if (waitFor(fd, false, tv) <= 0) {
-            if (++failedWaits > kFailedWaitLimit) {
-                return;
+        // A block that is there already is taken without a wait: the wait
+        // would return at once, and a long answer costs half the calls.
+        ssize_t n =
+            recv(fd, block.bytes, static_cast<size_t>(block.size), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            timeval tv{kReadWaitSeconds, 0};
+            if (waitFor(fd, false, tv) <= 0) {
+                if (++failedWaits > kFailedWaitLimit) {
+                    return;
+                }
+                continue;
             }
-            continue;
+            n = recv(fd, block.bytes, static_cast<size_t>(block.size), MSG_NOSIGNAL);
         }
-        const ssize_t n = recv(fd, block.bytes, static_cast<size_t>(block.size), MSG_NOSIGNAL);
         if (n == 0) {
             return;
         }
