@@ -1,16 +1,13 @@
 // select() that times out at once when a test says so (fake_select.h);
 // otherwise the real call, on real sockets.
-#include <set>
 #include <sys/select.h>
-#include <sys/stat.h>
 
 #include "fake_select.h"
 #include "fake_state.h"
 
 namespace {
 int gPendingTimeOuts = 0; // guarded by the fake platform's mutex
-bool gIdleTimeOuts = false;
-std::set<ino_t> gAnswered; // sockets (by inode) that were ready once
+int gIdleMode = 0;        // 0 off, 1 on, 2 on and a wait has found something
 
 bool takeTimeOut()
 {
@@ -26,8 +23,7 @@ bool takeTimeOut()
 void fake::clock::timeOutIdleWaits(bool on)
 {
     std::lock_guard lock(state().mutex);
-    gIdleTimeOuts = on;
-    gAnswered.clear();
+    gIdleMode = on ? 1 : 0;
 }
 
 void fake::clock::timeOutWaits(int count)
@@ -48,45 +44,27 @@ void fake::clock::timeOutWaits(int count)
 extern "C" {
 int REAL(SYM_SELECT)(int n, fd_set *r, fd_set *w, fd_set *e, timeval *tv);
 
-// The one socket a reading wait is for, by inode; 0 if not an idle-mode wait.
-static ino_t idleSocket(int n, fd_set *r)
-{
-    struct stat st;
-    std::lock_guard lock(fake::state().mutex);
-    return gIdleTimeOuts && n > 0 && FD_ISSET(n - 1, r) && fstat(n - 1, &st) == 0 ? st.st_ino : 0;
-}
-
+// Idle mode: once a wait has found something, a wait that finds nothing at
+// once times out.
 static bool idleTimeOut(int n, fd_set *r)
 {
-    const ino_t socket = idleSocket(n, r);
-    if (socket == 0) {
-        return false;
+    {
+        std::lock_guard lock(fake::state().mutex);
+        if (gIdleMode != 2) {
+            return false;
+        }
     }
     fd_set now = *r;
     timeval zero{0, 0};
-    const bool ready = REAL(SYM_SELECT)(n, &now, nullptr, nullptr, &zero) > 0;
-    std::lock_guard lock(fake::state().mutex);
-    return !ready && gAnswered.count(socket) > 0;
-}
-
-static void noteAnswered(int n, fd_set *r)
-{
-    struct stat st;
-    if (n > 0 && FD_ISSET(n - 1, r) && fstat(n - 1, &st) == 0) {
-        std::lock_guard lock(fake::state().mutex);
-        if (gIdleTimeOuts) {
-            gAnswered.insert(st.st_ino);
-        }
-    }
+    return REAL(SYM_SELECT)(n, &now, nullptr, nullptr, &zero) == 0;
 }
 
 int WRAP(SYM_SELECT)(int n, fd_set *r, fd_set *w, fd_set *e, timeval *tv)
 {
     if (r == nullptr || tv == nullptr || !(takeTimeOut() || idleTimeOut(n, r))) {
         const int ready = REAL(SYM_SELECT)(n, r, w, e, tv);
-        if (r != nullptr && ready > 0) {
-            noteAnswered(n, r);
-        }
+        std::lock_guard lock(fake::state().mutex);
+        gIdleMode = gIdleMode == 1 && r != nullptr && ready > 0 ? 2 : gIdleMode;
         return ready;
     }
     // The whole wait passes on the fake clock, as a sleep would, and nothing is

@@ -174,28 +174,17 @@ TEST_F(Http, HostPartLimit)
 {
     fake::TempDir dir;
     fake::redirect("/etc/resolv.conf", dir.file("missing"));
-    const std::string h79 = std::string(75, 'h') + ".box", h80 = "h" + h79;
-    const std::string noServer = "DNS_GetNameServer(): fopen(/etc/resolv.conf) error : No such "
-                                 "file or directory\n";
-    const std::pair<std::string, std::string> cases[] = {
-        {h79 + "/x", noServer + "DNS_GetA(): no nameserver found\n" +
-                         "COM_SubGetPostHttpContent(): DNS_GetA(" + h79 + ") return error [" + h79 +
-                         "/x]\n"},
-        {h80 + "/x", "COM_SubGetPostHttpContent(): buffer overflow : (len, limit) = (80, 80)\n"
-                     "DNS_GetA(): invalid pDomainName []\n"
-                     "COM_SubGetPostHttpContent(): DNS_GetA() return error [" +
-                         h80 + "/x]\n"},
-        {h80 + ":81", noServer + "DNS_GetA(): no nameserver found\n" +
-                          "COM_SubGetPostHttpContent(): DNS_GetA(" + h80.substr(0, 79) +
-                          ") return error [" + h80 + ":81]\n"},
-    };
-    for (const auto &[url, log] : cases) {
-        std::string seen =
+    const std::string h79 = std::string(75, 'h') + ".box", h80 = "h" + h79, none;
+    // url, the host looked up, whether the overflow is reported
+    for (const auto &[url, host, overflow] : {std::tuple{h79 + "/x", h79, false},
+                                              {h80 + "/x", none, true},
+                                              {h80 + ":81", h80.substr(0, 79), false}}) {
+        const std::string log =
             logOf([&] { EXPECT_EQ(COM_GetHttpContent(url.c_str(), &out, nullptr), -1); });
-        for (size_t at; (at = seen.find(",N:")) != std::string::npos;) {
-            seen.erase(seen.rfind('\n', at) + 1, at + 3 - (seen.rfind('\n', at) + 1));
-        }
-        EXPECT_EQ(seen, log) << url;
+        EXPECT_EQ(log.find("): buffer overflow : (len, limit) = (80, 80)\n") != log.npos, overflow);
+        EXPECT_NE(log.find("COM_SubGetPostHttpContent(): DNS_GetA(" + host + ") return error [" +
+                           url + "]\n"),
+                  log.npos);
     }
 }
 
@@ -383,14 +372,9 @@ TEST(HttpSocket, TimeoutAndSendAll)
               "descriptor\n");
     int pair[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
-    EXPECT_EQ(COM_SetSocketTimeout(pair[0], 30), 0);
-    timeval tv{};
-    socklen_t len = sizeof tv;
-    getsockopt(pair[0], SOL_SOCKET, SO_RCVTIMEO, &tv, &len);
-    EXPECT_EQ(tv.tv_sec, 30);
-    EXPECT_EQ(COM_SendAll(pair[0], "hello", 5), 0);
+    EXPECT_EQ(COM_SetSocketTimeout(pair[0], 30) + COM_SendAll(pair[0], "hello", 5), 0);
     COM_SafeClose(&pair[1]);
-    EXPECT_EQ(COM_SendAll(pair[0], "hello", 5), 5);
+    EXPECT_EQ(COM_SendAll(pair[0], "hello", 5), 5); // the peer is gone: all five are left
     COM_SafeClose(&pair[0]);
 }
 
@@ -417,13 +401,22 @@ protected:
         out = nullptr;
         return {rc, answer, log};
     }
-    // Apache's access log lines since the last call.
+    // Apache's access log lines since the last call. Apache writes a line after
+    // its answer has gone: a request for /sentinel is sent, and the log read
+    // until its line is there, so every line before it is written.
     std::string apacheLog()
     {
-        const std::string all =
-            fake::readFile(std::string(getenv("DVR_HTTP_WORK")) + "/apache.access");
-        const std::string fresh = all.substr(seen);
-        seen = all.size();
+        static int count = 0;
+        const std::string url = "apache.dvr.test/sentinel" + std::to_string(++count),
+                          mark = "GET " + url.substr(15) + " ";
+        run([&] { return COM_GetHttpContent(url.c_str(), &out, nullptr); });
+        const std::string path = std::string(getenv("DVR_HTTP_WORK")) + "/apache.access";
+        std::string all;
+        while ((all = fake::readFile(path)).find(mark) == std::string::npos) {
+        }
+        const size_t sentinel = all.rfind('\n', all.find(mark)) + 1;
+        const std::string fresh = all.substr(seen, sentinel - seen);
+        seen = all.find('\n', sentinel) + 1;
         return fresh;
     }
     fake::TempDir dir;
@@ -514,7 +507,7 @@ TEST_F(HttpPeer, RtspOptionsAndDescribe)
                                  "2\r\nAccept: application/sdp\r\n\r\n";
     fake::clock::timeOutIdleWaits(true); // the server keeps the connection open
     const auto [rc, answer, log] = run([&] {
-        return COM_SubGetPostHttpContent("rtsp.dvr.test/test", &out, nullptr, HTTP_CMD_RAW,
+        return COM_SubGetPostHttpContent("127.0.0.12/test", &out, nullptr, HTTP_CMD_RAW,
                                          options.c_str(), 1, nullptr, 0);
     });
     fake::clock::timeOutIdleWaits(false);
