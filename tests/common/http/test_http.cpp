@@ -334,28 +334,21 @@ TEST(RingCopy, EveryWrap)
     for (int i = 0; i < kRing; ++i) {
         src[i] = static_cast<char>('a' + i);
     }
-    for (int srcSize : {kRing, 0}) {
-        for (int dstSize : {kRing, 0}) {
-            for (int so = 0; so < kRing; ++so) {
-                for (int dof = 0; dof < kRing; ++dof) {
-                    for (int n = 1; n <= kRing; ++n) {
-                        if ((srcSize == 0 && so + n > kRing) ||
-                            (dstSize == 0 && dof + n > kRing + 4)) {
-                            continue;
-                        }
-                        memset(dst, '.', sizeof dst);
-                        memset(want, '.', sizeof want);
-                        for (int i = 0; i < n; ++i) {
-                            want[dstSize ? (dof + i) % dstSize : dof + i] =
-                                src[srcSize ? (so + i) % srcSize : so + i];
-                        }
-                        ASSERT_EQ(COM_RingCopy(dst, dof, dstSize, src, so, srcSize, n), 0);
-                        ASSERT_EQ(std::string(dst, sizeof dst), std::string(want, sizeof want))
-                            << srcSize << " " << so << " " << dstSize << " " << dof << " " << n;
-                    }
-                }
-            }
+    // One index walks source size (ring or plain), destination size, both offsets and the count.
+    for (int k = 0; k < 2 * 2 * kRing * kRing * kRing; ++k) {
+        const int srcSize = k & 1 ? 0 : kRing, dstSize = k & 2 ? 0 : kRing, so = k / 4 % kRing,
+                  dof = k / 32 % kRing, n = k / 256 + 1;
+        if ((srcSize == 0 && so + n > kRing) || (dstSize == 0 && dof + n > kRing + 4)) {
+            continue;
         }
+        memset(dst, '.', sizeof dst);
+        memset(want, '.', sizeof want);
+        for (int i = 0; i < n; ++i) {
+            want[dstSize ? (dof + i) % dstSize : dof + i] =
+                src[srcSize ? (so + i) % srcSize : so + i];
+        }
+        ASSERT_EQ(COM_RingCopy(dst, dof, dstSize, src, so, srcSize, n), 0);
+        ASSERT_EQ(std::string(dst, sizeof dst), std::string(want, sizeof want)) << k;
     }
     const std::string log = logOf([&] {
         EXPECT_EQ(COM_RingCopy(dst, 6, 8, src, 0, 8, 0), -1);
