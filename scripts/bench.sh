@@ -23,6 +23,22 @@ if [ ${#missing[@]} -gt 0 ]; then
 fi
 
 cmake --preset bench >/dev/null
+if [ "${1:-}" = http ]; then
+  # A 64 MiB body from nginx on 127.0.0.1:80 in a network namespace of its own,
+  # fetched by the command client and by curl: ./scripts/bench.sh http
+  cmake --build --preset bench --target dvr_bench_http
+  exec unshare -n bash -c '
+    set -euo pipefail
+    ip link set lo up
+    work=$(mktemp -d); trap "kill \$(cat $work/nginx.pid) 2>/dev/null; rm -rf $work" EXIT
+    head -c $((64 << 20)) /dev/urandom >"$work/big.bin"
+    printf "user root; pid %s/nginx.pid; error_log %s/error; events {}\n" "$work" "$work" >"$work/nginx.conf"
+    printf "http { access_log off; client_body_temp_path %s/body; proxy_temp_path %s/proxy;\n" "$work" "$work" >>"$work/nginx.conf"
+    printf " fastcgi_temp_path %s/f; uwsgi_temp_path %s/u; scgi_temp_path %s/s;\n" "$work" "$work" "$work" >>"$work/nginx.conf"
+    printf " server { listen 127.0.0.1:80; root %s; } }\n" "$work" >>"$work/nginx.conf"
+    nginx -c "$work/nginx.conf"
+    build/bench/bench/dvr_bench_http 127.0.0.1/big.bin $((64 << 20)) 7'
+fi
 cmake --build --preset bench --target dvr_bench_codecs
 export OPENSSL_ia32cap="${OPENSSL_ia32cap-~0x1000020000000000:~0x20000020}"
 echo "OPENSSL_ia32cap=$OPENSSL_ia32cap"

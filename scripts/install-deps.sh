@@ -10,6 +10,8 @@ packages=(
   iproute2 util-linux procps coreutils
   dnsmasq-base ccache clang-format python3 git
   file groff-base
+  apache2 apache2-utils nginx python3-gi gir1.2-gst-rtsp-server-1.0
+  gstreamer1.0-plugins-base gstreamer1.0-plugins-good curl
 )
 
 missing=()

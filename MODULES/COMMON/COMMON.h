@@ -284,6 +284,106 @@ int COM_ReadHexDataInStrFormat(int fd, char **ppBuf);
  * unchanged. */
 void *COM_ReallocAndCopyBuf(int newSize, void *ppBuf, int offset, const void *src, int srcLen);
 
+/* ===================================================== HTTP and RTSP commands */
+
+/* Command kinds: the word each puts in the Digest hash, and the request sent.
+ * Kinds 4 to 8 (and any other number) build no request: an empty send is made
+ * and the answer read; an RTSP request goes out whole through
+ * COM_SendRawHttpCmd. */
+#define HTTP_CMD_GET 0          /* "GET": GET template */
+#define HTTP_CMD_POST 1         /* "POST": form POST with the data as body */
+#define HTTP_CMD_POST_HEADERS 2 /* "POST": POST start, the data brings the rest */
+#define HTTP_CMD_RAW 3          /* "POST": the data, unchanged */
+#define RTSP_CMD_OPTIONS 4
+#define RTSP_CMD_DESCRIBE 5
+#define RTSP_CMD_SETUP 6
+#define RTSP_CMD_PLAY 7
+#define RTSP_CMD_TEARDOWN 8
+
+#define COM_HTTP_REQUEST_SIZE 4096 /* the request, and the receive block */
+#define COM_HTTP_HOST_SIZE 80      /* host part of a command address, terminated */
+#define COM_HTTP_AUTH_TEXT_SIZE 512
+#define COM_HTTP_DEFAULT_PORT 80
+
+#define COM_HTTP_AUTH_NONE 0
+#define COM_HTTP_AUTH_BASIC 1
+#define COM_HTTP_AUTH_DIGEST 2
+
+/* The caller's authentication record: the caller sets type, username and
+ * password and zeroes the rest before first use; the Digest challenge (realm,
+ * qop, nonce, opaque) stays between commands until the caller clears nonce.
+ * Only chars follow type, so the layout is the same on the board and the
+ * host: 528 bytes. */
+typedef struct COM_HTTP_AUTH {
+    int32_t type; /* COM_HTTP_AUTH_...; other values count as none */
+    char username[28];
+    char password[32];
+    char realm[80];
+    char qop[16];
+    char nonce[80];
+    char opaque[80];
+    char nc[16];
+    char ha1[48];
+    char cnonce[48];
+    char ha2[48];
+    char response[48];
+} COM_HTTP_AUTH;
+
+struct sockaddr_in;
+
+/* A command address is host, host:port, host/path or host:port/path (no
+ * scheme). The answer goes to *out (null or a heap block on entry; the caller
+ * frees it after a positive result): the body, or header and body with
+ * keep_header, and a terminating zero. Result: bytes stored with the zero; 0
+ * if nothing was stored; -1 on failure. */
+int COM_SubGetPostHttpContent(const char *url, char **out, COM_HTTP_AUTH *auth, int kind,
+                              const char *data, int keep_header, const char *cookie, int https);
+/* One exchange with one address; -1 also when it can't be connected. */
+int COM_SubSendHttpCmd(const struct sockaddr_in *peer, const char *host, const char *authText,
+                       const char *path, char **out, COM_HTTP_AUTH *auth, int kind,
+                       const char *data, int keep_header, const char *cookie, int https);
+
+int COM_GetHttpContent(const char *url, char **out, COM_HTTP_AUTH *auth);
+int COM_GetHttpsContent(const char *url, char **out, COM_HTTP_AUTH *auth);
+int COM_PostHttpContent(const char *url, char **out, COM_HTTP_AUTH *auth, const char *data);
+int COM_PostHttpHeaders(const char *url, char **out, COM_HTTP_AUTH *auth, const char *data);
+int COM_GetHttpHeaderAndContent(const char *url, char **out, COM_HTTP_AUTH *auth);
+int COM_PostHttpHeaderAndContent(const char *url, char **out, COM_HTTP_AUTH *auth,
+                                 const char *data);
+int COM_PostHttpsHeaderAndContent(const char *url, char **out, COM_HTTP_AUTH *auth,
+                                  const char *data);
+int COM_GetHttpContentWithCookie(const char *url, char **out, COM_HTTP_AUTH *auth,
+                                 const char *cookie);
+int COM_PostHttpContentWithCookie(const char *url, char **out, COM_HTTP_AUTH *auth,
+                                  const char *data, const char *cookie);
+int COM_SendRawHttpCmd(const char *url, char **out, COM_HTTP_AUTH *auth, const char *data);
+/* The answer of COM_GetHttpContent without its markup. */
+int COM_GetHttpPlainText(const char *url, char **out, COM_HTTP_AUTH *auth);
+
+/* The text that closes a request header, into out (COM_HTTP_AUTH_TEXT_SIZE
+ * bytes): an Authorization line and the blank line, or the blank line alone.
+ * For Digest without a nonce the challenge is fetched first. */
+void COM_MakeHttpAuthHeader(const char *method, const char *url, COM_HTTP_AUTH *auth, char *out);
+int COM_GetHttpDigestChallenge(const char *url, COM_HTTP_AUTH *auth);
+/* 0 if the answer holds a Digest challenge (stored in auth), otherwise -1. */
+int COM_ParseHttpDigestChallenge(const char *answer, COM_HTTP_AUTH *auth);
+
+/* ===================================================== HTML and socket helpers */
+
+/* The text without tags, a line-break tag becoming a newline (also in html).
+ * Bytes stored in *out with the zero, or -1 if nothing. */
+int COM_StripHtmlCode(char *html, char **out);
+/* The first element of the name (nesting counted, case ignored) in a new
+ * block at *out; its size with the zero, or -1. */
+int COM_ExtractHtmlTag(const char *tag, const char *html, char **out, int include_tag);
+int COM_SetSocketTimeout(int sock, int seconds);
+/* Bytes left unsent: 0 is success. */
+int COM_SendAll(int sock, const void *bytes, int length);
+/* Copies count bytes between areas of which either may be a ring (size > 0)
+ * or plain (size <= 0). 0, or -1 when nothing was copied. */
+int COM_RingCopy(void *dst, int dst_off, int dst_size, const void *src, int src_off, int src_size,
+                 int count);
+
 /* ===================================================== terminals and serial */
 
 #define COM_TERM_NAME_SIZE 80

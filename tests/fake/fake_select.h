@@ -7,6 +7,10 @@ namespace fake::clock {
 // is ready, as if their whole time value had passed, on the fake clock when it is
 // on. 0 ends it.
 void timeOutWaits(int count);
+// While on, once a wait for reading has found something, a later one that
+// finds nothing at once times out at once on the fake clock: for a peer that
+// answers and then keeps the connection open. Other waits are real.
+void timeOutIdleWaits(bool on);
 } // namespace fake::clock
 
 #endif

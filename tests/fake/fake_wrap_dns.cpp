@@ -7,6 +7,7 @@
 
 namespace {
 int gPendingTimeOuts = 0; // guarded by the fake platform's mutex
+int gIdleMode = 0;        // 0 off, 1 on, 2 on and a wait has found something
 
 bool takeTimeOut()
 {
@@ -18,6 +19,12 @@ bool takeTimeOut()
     return true;
 }
 } // namespace
+
+void fake::clock::timeOutIdleWaits(bool on)
+{
+    std::lock_guard lock(state().mutex);
+    gIdleMode = on ? 1 : 0;
+}
 
 void fake::clock::timeOutWaits(int count)
 {
@@ -37,10 +44,28 @@ void fake::clock::timeOutWaits(int count)
 extern "C" {
 int REAL(SYM_SELECT)(int n, fd_set *r, fd_set *w, fd_set *e, timeval *tv);
 
+// Idle mode: once a wait has found something, a wait that finds nothing at
+// once times out.
+static bool idleTimeOut(int n, fd_set *r)
+{
+    {
+        std::lock_guard lock(fake::state().mutex);
+        if (gIdleMode != 2) {
+            return false;
+        }
+    }
+    fd_set now = *r;
+    timeval zero{0, 0};
+    return REAL(SYM_SELECT)(n, &now, nullptr, nullptr, &zero) == 0;
+}
+
 int WRAP(SYM_SELECT)(int n, fd_set *r, fd_set *w, fd_set *e, timeval *tv)
 {
-    if (r == nullptr || tv == nullptr || !takeTimeOut()) {
-        return REAL(SYM_SELECT)(n, r, w, e, tv);
+    if (r == nullptr || tv == nullptr || !(takeTimeOut() || idleTimeOut(n, r))) {
+        const int ready = REAL(SYM_SELECT)(n, r, w, e, tv);
+        std::lock_guard lock(fake::state().mutex);
+        gIdleMode = gIdleMode == 1 && r != nullptr && ready > 0 ? 2 : gIdleMode;
+        return ready;
     }
     // The whole wait passes on the fake clock, as a sleep would, and nothing is
     // ready, even a reply that waits: a later try reads it.

@@ -1,0 +1,188 @@
+// One exchange with one address: connect, send the request, read the answer
+// into the caller's growing block, close.
+#include "http_private.h"
+
+#include <arpa/inet.h>
+#include <cstdlib>
+#include <ctime>
+#include <memory>
+#include <netinet/in.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+
+#include "fd_io.h"
+
+namespace {
+constexpr int kSocketTimeoutSeconds = 30;
+constexpr int kWriteWaitSeconds = 5;
+constexpr int kReadWaitSeconds = 10;
+constexpr long kPauseNs = 30'000'000;
+// Waits that give nothing, over the whole exchange, before the answer ends.
+constexpr int kFailedWaitLimit = 1;
+
+// select() on one descriptor for reading or writing; tv keeps what remains.
+// A descriptor beyond what an fd_set holds fails as a bad one.
+int waitFor(int fd, bool writing, timeval &tv)
+{
+    if (fd >= FD_SETSIZE) {
+        errno = EBADF;
+        return -1;
+    }
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(fd, &set);
+    return select(fd + 1, writing ? nullptr : &set, writing ? &set : nullptr, nullptr, &tv);
+}
+
+struct Block {
+    char *bytes;
+    int size;
+};
+
+// Reads blocks until the peer closes, an error, two failed waits, or the
+// body reaches its Content-Length. Only the bytes after the header end go to
+// the answer, unless keepHeader asks for the header too.
+void receiveAnswer(const char *func, int fd, Block block, bool keepHeader, http::Answer &answer)
+{
+    int failedWaits = 0, contentLength = -1;
+    int64_t body = 0;
+    bool headerDone = false;
+    for (;;) {
+        // A block that is there already is taken without a wait: the wait
+        // would return at once, and a long answer costs half the calls.
+        ssize_t n =
+            recv(fd, block.bytes, static_cast<size_t>(block.size), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            timeval tv{kReadWaitSeconds, 0};
+            if (waitFor(fd, false, tv) <= 0) {
+                if (++failedWaits > kFailedWaitLimit) {
+                    return;
+                }
+                continue;
+            }
+            n = recv(fd, block.bytes, static_cast<size_t>(block.size), MSG_NOSIGNAL);
+        }
+        if (n == 0) {
+            return;
+        }
+        if (n < 0) {
+            COM_LOG_FAILED_CALL(func, "recv() = %d : %s\n", static_cast<int>(n));
+            return;
+        }
+        const char *rest = block.bytes;
+        int length = static_cast<int>(n);
+        if (!headerDone) {
+            if (contentLength == -1) {
+                contentLength = http::scanContentLength(rest, length);
+            }
+            const int end = http::findHeaderEnd(rest, length);
+            const int header = end > 0 ? end : length;
+            if (keepHeader) {
+                answer.append(func, rest, header);
+            }
+            rest += header;
+            length -= header;
+            headerDone = end > 0;
+            if (headerDone && length == 0 && contentLength == 0) {
+                return;
+            }
+        }
+        if (headerDone && length > 0) {
+            answer.append(func, rest, length);
+            body += length;
+            if (contentLength >= 0 && body >= contentLength) {
+                return;
+            }
+        }
+    }
+}
+
+// Waits for the socket to take the request and sends it. False when the wait
+// itself failed.
+bool sendRequest(const char *func, int fd, const char *path, const char *request, int length)
+{
+    timeval tv{kWriteWaitSeconds, 0};
+    const int ready = waitFor(fd, true, tv);
+    if (ready < 0) {
+        COM_LOG_FAILED_CALL(nullptr, "select([%s], %d, %d.%06d sec) error : %s\n", path, fd,
+                            static_cast<int>(tv.tv_sec), static_cast<int>(tv.tv_usec));
+        return false;
+    }
+    if (ready == 0) {
+        COM_LOG(nullptr, "select([%s], %d) timeout\n", path, fd);
+    } else if (send(fd, request, static_cast<size_t>(length), MSG_NOSIGNAL) < 0) {
+        COM_LOG_FAILED_CALL(func, "send() failed : %s\n");
+    }
+    return true;
+}
+
+void pauseBeforeReading()
+{
+    const timespec ts{0, kPauseNs};
+    if (nanosleep(&ts, nullptr) != 0) {
+        COM_LOG(nullptr, "nanosleep(), error!!\n");
+    }
+}
+
+struct FreeDeleter {
+    void operator()(char *p) const { free(p); }
+};
+} // namespace
+
+int COM_SubSendHttpCmd(const sockaddr_in *peer, const char *host, const char *authText,
+                       const char *path, char **out, COM_HTTP_AUTH * /*auth*/, int kind,
+                       const char *data, int keep_header, const char *cookie, int https)
+{
+    if (peer == nullptr || host == nullptr || authText == nullptr || out == nullptr) {
+        return -1;
+    }
+    path = path != nullptr ? path : "/";
+    data = data != nullptr ? data : "";
+    const int port = ntohs(peer->sin_port);
+    // The request is built before anything is opened: one that doesn't fit
+    // its buffer is refused whole.
+    char buf[http::kRequestSize];
+    const int header =
+        http::buildRequest(buf, sizeof buf, kind, host, port, path, cookie, authText, data);
+    if (header < 0) {
+        COM_LOG(__func__, "buffer overflow : (len, limit) = (%d, %d)\n", -header - 1,
+                http::kRequestSize);
+        return -1;
+    }
+    Block request{buf, header}, receive{buf, http::kRequestSize};
+    std::unique_ptr<char, FreeDeleter> joined;
+    if (kind == HTTP_CMD_POST) {
+        const size_t total = static_cast<size_t>(header) + strlen(data);
+        joined.reset(static_cast<char *>(malloc(total + 1)));
+        if (joined == nullptr || total > INT32_MAX - 1) {
+            COM_LOG(__func__, "malloc pAddDatabuf failed!\n");
+            return -1;
+        }
+        memcpy(joined.get(), buf, static_cast<size_t>(header));
+        memcpy(joined.get() + header, data, total - static_cast<size_t>(header) + 1);
+        request = receive = Block{joined.get(), static_cast<int>(total)};
+    }
+
+    fdio::UniqueFd fd(socket(AF_INET, SOCK_STREAM, 0));
+    if (!fd.valid()) {
+        COM_LOG_FAILED_CALL(__func__, "socket() error : %s\n");
+        return 0;
+    }
+    COM_SetSocketTimeout(fd.get(), kSocketTimeoutSeconds);
+    if (connect(fd.get(), reinterpret_cast<const sockaddr *>(peer), sizeof *peer) != 0) {
+        char ip[INET_ADDRSTRLEN] = "";
+        inet_ntop(AF_INET, &peer->sin_addr, ip, sizeof ip);
+        COM_LOG_FAILED_CALL(nullptr, "connect(%s:%d) error : %s\n", ip, port);
+        COM_LOG(nullptr, "Fail to send [%s]\n", path);
+        return -1;
+    }
+    if (https != 0) {
+        COM_LOG(nullptr, "Warning! trying to send https command w/o ENABLE_SSL_SUPPORT\n");
+    }
+    const bool waited = sendRequest(__func__, fd.get(), path, request.bytes, request.size);
+    pauseBeforeReading();
+    http::Answer answer(out);
+    receiveAnswer(__func__, fd.get(), receive, keep_header != 0, answer);
+    const int stored = answer.finish(__func__);
+    return stored > 0 || waited ? stored : -1;
+}
