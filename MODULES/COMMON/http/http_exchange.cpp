@@ -163,7 +163,7 @@ int COM_SubSendHttpCmd(const sockaddr_in *peer, const char *host, const char *au
         request = receive = Block{joined.get(), static_cast<int>(total)};
     }
 
-    fdio::UniqueFd fd(socket(AF_INET, SOCK_STREAM, 0));
+    fdio::UniqueFd fd = fdio::openSocket(AF_INET, SOCK_STREAM, 0);
     if (!fd.valid()) {
         COM_LOG_FAILED_CALL(__func__, "socket() error : %s\n");
         return 0;
