@@ -55,4 +55,13 @@ TEST(NetAddr, AddressAndMaskTexts)
     }
 }
 
+TEST(NetAddr, FamilyMembersRefuseOtherFlags)
+{
+    uint8_t out[4] = {1, 2, 3, 4};
+    EXPECT_EQ(COM_GetMAC(NETINFO_IP_RAW, "lo", out), -1);
+    EXPECT_EQ(COM_SubGetNetInfo(NETINFO_MAC_RAW_TAIL2, "lo", out), -1);
+    EXPECT_EQ(COM_GetDNSServer(NETINFO_MTU, "lo", out), -1);
+    EXPECT_EQ(out[0] + out[3], 5);
+}
+
 } // namespace
