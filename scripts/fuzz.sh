@@ -19,7 +19,7 @@ cmake --build --preset fuzz
 
 out=build/fuzz/runs
 mkdir -p "$out"
-for target in dns_reply media_headers text_extract http_answer; do
+for target in dns_reply media_headers text_extract http_answer net_text; do
   corpus="$out/corpus_$target"
   mkdir -p "$corpus"
   seeds=()

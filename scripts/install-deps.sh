@@ -7,7 +7,7 @@ packages=(
   cmake ninja-build g++ make pkg-config
   g++-powerpc-linux-gnu qemu-user-static
   googletest libgtest-dev libgmock-dev libbenchmark-dev
-  iproute2 util-linux procps coreutils
+  iproute2 net-tools util-linux procps coreutils
   dnsmasq-base ccache clang-format python3 git
   file groff-base
   apache2 apache2-utils nginx python3-gi gir1.2-gst-rtsp-server-1.0

@@ -514,6 +514,140 @@ void COM_MakeStrSHA1(uint8_t *out, const char *text);
 void COM_MakeBufSHA1(uint8_t *out, const void *data, size_t len);
 void COM_MakeFileSHA1(uint8_t *out, const char *path);
 
+/* ===================================================== network interface information */
+
+/* Query flags of COM_GetNetInfo: each names an item and the form of the result.
+ * Hardware addresses: hexadecimal text (12, 8 or 6 digits, terminated), colon
+ * text (17, 11 or 8 characters, terminated) or raw bytes (3 or 2, no
+ * terminator). Addresses: plain dotted text (16 bytes), padded dotted text
+ * "%03d.%03d.%03d.%03d" (16 bytes) or a raw 32-bit word in network byte
+ * order. The MTU is one 32-bit integer. */
+enum {
+    NETINFO_MAC_HEX = 0,
+    NETINFO_MAC_HEX_LOWER = 1,
+    NETINFO_MAC_HEX_TAIL4 = 2,
+    NETINFO_MAC_HEX_TAIL3 = 3,
+    NETINFO_MAC_COLON = 4,
+    NETINFO_MAC_COLON_TAIL4 = 5,
+    NETINFO_MAC_COLON_TAIL3 = 6,
+    NETINFO_MAC_RAW_TAIL3 = 7,
+    NETINFO_MAC_RAW_TAIL2 = 8,
+    /* A neighbour's hardware address from the ARP table; dev is then the
+     * neighbour's address as dotted text. */
+    NETINFO_ARP_HEX = 9,
+    NETINFO_ARP_HEX_LOWER = 10,
+    NETINFO_ARP_HEX_TAIL4 = 11,
+    NETINFO_ARP_HEX_TAIL3 = 12,
+    NETINFO_ARP_COLON = 13,
+    NETINFO_ARP_COLON_TAIL4 = 14,
+    NETINFO_ARP_COLON_TAIL3 = 15,
+    NETINFO_ARP_RAW_TAIL3 = 16,
+    NETINFO_ARP_RAW_TAIL2 = 17,
+    NETINFO_IP_TEXT = 18,
+    NETINFO_IP_PADDED = 19,
+    NETINFO_IP_RAW = 20,
+    NETINFO_BROADCAST_TEXT = 21,
+    NETINFO_BROADCAST_PADDED = 22,
+    NETINFO_BROADCAST_RAW = 23,
+    NETINFO_NETMASK_TEXT = 24,
+    NETINFO_NETMASK_PADDED = 25,
+    NETINFO_NETMASK_RAW = 26,
+    NETINFO_GATEWAY_TEXT = 27,
+    NETINFO_GATEWAY_PADDED = 28,
+    NETINFO_GATEWAY_RAW = 29,
+    /* The text forms of the name servers are the token as the file writes
+     * it, cut to 15 characters. */
+    NETINFO_DNS1_TEXT = 30,
+    NETINFO_DNS1_PADDED = 31,
+    NETINFO_DNS2_TEXT = 32,
+    NETINFO_DNS2_PADDED = 33,
+    NETINFO_DNS1_RAW = 34,
+    NETINFO_DNS2_RAW = 35,
+    NETINFO_MTU = 36
+};
+
+/* One entry of an interface-name list: at most 15 characters and a
+ * terminator. A list is one heap array of entries, freed by the caller. */
+#define COM_NET_DEV_NAME_SIZE 16
+typedef char COM_NET_DEV_NAME[COM_NET_DEV_NAME_SIZE];
+
+/* Answers one query flag for an interface (dev may be null: "eth0"; "auto":
+ * chosen from /etc/network/interfaces). On failure out still holds a
+ * printable fallback ("000.000.000.000", zeros or "unknown"). */
+int COM_GetNetInfo(int flag, const char *dev, void *out);
+/* The interface to use for dev: "eth0" for null, "eth0" or "ppp0" for
+ * "auto", dev itself otherwise. */
+const char *COM_ChooseNetDevice(const char *dev);
+/* The members of COM_GetNetInfo's families; each takes a flag of its own
+ * family and writes that flag's form. */
+int COM_GetMAC(int flag, const char *dev, void *out);
+int COM_GetMACViaARP(int flag, const char *dev, void *out);
+int COM_SubGetNetInfo(int flag, const char *dev, void *out);
+int COM_SubGetGateway(int flag, const char *dev, void *out);
+int COM_GetDNSServer(int flag, const char *dev, void *out);
+int COM_GetMTU(int flag, const char *dev, void *out);
+/* Lists the interface names of a /proc/net table into a new heap array;
+ * *list must be null on entry. Returns the count, or -1. */
+int COM_GetDeviceFromProc(COM_NET_DEV_NAME **list, const char *path);
+int COM_GetNetDevices(COM_NET_DEV_NAME **list);
+int COM_GetWirelessDevices(COM_NET_DEV_NAME **list);
+/* Brings an interface up or down through /sbin/ifconfig; -1 at once when the
+ * real user is not root, otherwise COM_System's result. */
+int COM_NetDeviceUp(const char *dev);
+int COM_NetDeviceDown(const char *dev);
+/* Parses "address[/prefix|/mask| mask]" into network-byte-order words; the
+ * mask is 0xFFFFFFFF unless a valid one is given. */
+int COM_ConvertNetworkAddr(const char *text, uint32_t *addr, uint32_t *mask);
+
+/* ===================================================== unit identity and UDP broadcast */
+
+/* The unit record; callers pass arrays of it, so its layout is fixed: 264
+ * bytes on every target, text arrays at the offsets below, mtu and the
+ * reserved word at 256 and 260. */
+typedef struct COM_UNIT_INFO {
+    char model[32];
+    char proj[32];
+    char name[32];
+    char ip[16];
+    char trigger_port[8];
+    char netmask[16];
+    char gateway[16];
+    char dns[16];
+    char mac[24];
+    char dev[16];
+    char note[48];
+    int32_t mtu;
+    /* Kept for the calling programs; this library never reads or writes it. */
+    uint32_t reserved;
+} COM_UNIT_INFO;
+
+#define COM_UDP_PAYLOAD_MAX 1500
+
+int COM_GetUnitModel(char *buf, int size);
+int COM_GetUnitProj(char *buf, int size);
+int COM_GetUnitName(char *buf, int size);
+int COM_GetUnitNote(char *buf, int size);
+int COM_GetUnitPort(char *buf, int size);
+int COM_SetUnitModel(const char *model);
+int COM_SetUnitProj(const char *proj);
+int COM_SetUnitName(const char *name);
+int COM_SetUnitNote(const char *note);
+int COM_SetUnitPort(int port);
+/* Fills every member; 0, or minus the number of members (note aside) that
+ * failed. */
+int COM_GetUnitInfo(COM_UNIT_INFO *info, const char *dev);
+int COM_SetUnitInfo(const COM_UNIT_INFO *info);
+/* First minus second address, for sorting records by address. */
+int COM_CompareUnitIp(const COM_UNIT_INFO *first, const COM_UNIT_INFO *second);
+void COM_ShowUnitInfo(const COM_UNIT_INFO *info);
+void COM_ShowAllUnitInfo(int count, const COM_UNIT_INFO *infos);
+/* Sends the payload (at most 1500 bytes) as link-level UDP broadcasts to
+ * port: 0.0.0.0 to 255.255.255.255, then, with dev given and configured, the
+ * interface's address to its broadcast address. */
+int COM_SendUDPBroadcast(const char *dev, uint16_t port, const void *data, uint32_t data_sz);
+/* The Internet checksum (RFC 1071) over len bytes, to be stored as is. */
+uint16_t COM_IpChecksum(const void *data, int len);
+
 #if defined(__GNUC__)
 #pragma GCC visibility pop
 #endif
