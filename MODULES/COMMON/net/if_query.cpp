@@ -17,7 +17,7 @@ namespace {
 // (EADDRNOTAVAIL) fails silently: that is no news.
 int askInterface(const char *func, unsigned long request, const char *dev, struct ifreq *req)
 {
-    fdio::UniqueFd sock(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    fdio::UniqueFd sock = fdio::openSocket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (!sock.valid()) {
         COM_LOG_FAILED_CALL(func, "socket() error : %s\n");
         return -1;

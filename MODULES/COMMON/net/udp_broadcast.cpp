@@ -119,7 +119,8 @@ int COM_SendUDPBroadcast(const char *dev, uint16_t port, const void *data, uint3
                 static_cast<int>(kPayloadMax));
         return -1;
     }
-    fdio::UniqueFd sock(socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, htons(kEtherTypeIp)));
+    fdio::UniqueFd sock =
+        fdio::openSocket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, htons(kEtherTypeIp));
     if (!sock.valid()) {
         COM_LOG_FAILED_CALL(__func__, "socket(SOCK_DGRAM) failed : %s\n");
         return -1;
