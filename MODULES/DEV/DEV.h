@@ -152,6 +152,82 @@ int Dev_ReadCdATIP(const char *pName, int fd, DiscInfo *pInfo);
 int Dev_ReadCdToc(const char *pName, int fd, DiscInfo *pInfo);
 int Dev_GetCdInfo(const char *pName, int fd, DiscInfo *pInfo);
 
+/* ===================================================== mount table */
+
+/* One line of /proc/mounts. Columns wider than their field are cut to fit
+ * (the field always ends with a null character). */
+#define DEV_MOUNT_DEVICE_SIZE 128
+#define DEV_MOUNT_DIR_SIZE 128
+#define DEV_MOUNT_TYPE_SIZE 16
+#define DEV_MOUNT_OPTS_SIZE 240
+typedef struct MountEntry {
+    char device[DEV_MOUNT_DEVICE_SIZE];
+    char dir[DEV_MOUNT_DIR_SIZE];
+    char type[DEV_MOUNT_TYPE_SIZE];
+    char opts[DEV_MOUNT_OPTS_SIZE];
+} MountEntry;
+
+/* A mount point buffer of the caller holds DEV_MPT_SIZE bytes. */
+#define DEV_MPT_SIZE 80
+
+/* The mount point of a device. n = 0: the first line whose device begins with
+ * pDev; n > 0: the first n characters equal and the device no longer than n.
+ * 0 and pMPT filled, or -1 with pMPT unchanged. */
+int Dev_nGetMPT(const char *pDev, char *pMPT, int n);
+int Dev_GetMPT(const char *pDev, char *pMPT);
+/* The device of the last line mounted exactly on pMPT. */
+int Dev_GetDevViaMount(char *pDev, const char *pMPT);
+/* The first whole line whose device or mount point is pKey. */
+int Dev_GetEntryViaMtab(const char *pKey, MountEntry *pEntry);
+
+/* ===================================================== mounting and unmounting */
+
+/* One file system the recorder can mount: whether the kernel has it, its type
+ * name, its mount flags (MS_MGC_VAL is added at each mount) and its option
+ * text (null: none). */
+typedef struct FsEntry {
+    int32_t enabled;
+    const char *name;
+    uint32_t flags;
+    const char *options;
+} FsEntry;
+
+#define DEV_FS_COUNT 10
+#define DEV_FS_ISO9660 6 /* what a disc is mounted as */
+#define DEV_FS_NFS 8
+#define DEV_FS_AUTO 10 /* any number outside 0..9 probes */
+
+/* The file-system number of Dev_Mount is the index into gFsArray.
+ * gFsArrayReady is 1 once Dev_InitFsArray has run. */
+extern FsEntry gFsArray[DEV_FS_COUNT];
+extern int gFsArrayReady;
+
+/* Mounts pSrc (device path, or host:/path for NFS) on the existing directory
+ * pDst as file system fs, or probing when fs is outside 0..9. 0 or -1; on the
+ * NFS road the result of Dev_MountNfs. */
+int Dev_Mount(const char *pSrc, const char *pDst, int fs);
+/* Runs "/bin/mount -t nfs -o <options> pSrc pDst"; the result of COM_System. */
+int Dev_MountNfs(const char *pSrc, const char *pDst);
+/* Disables the rows whose file system /proc/filesystems lacks. */
+void Dev_InitFsArray(void);
+/* 0 if /proc/partitions lists the name behind the last '/' of pName, else -1. */
+int Dev_IsInProcPartitions(const char *pName);
+/* umount / umount2(MNT_FORCE); after an NFS unmount the server gets UMNT. */
+int Dev_uMount(const char *pDst);
+int Dev_uMount_Force(const char *pDst);
+/* Sends the MOUNT protocol's UMNT for pSpec ("host:/path"), with the mount's
+ * option text pOpts (addr=, mountport=, tcp) or null. 0 when the server took
+ * the call, else 1. */
+int Dev_NfsUmountRpc(const char *pSpec, const char *pOpts);
+/* Removes a directory, unmounting it first if something is mounted there. */
+int COM_Rmdir(const char *path);
+
+/* The UMNT argument encoder: xdr_string on *pPath with the limit
+ * DEV_NFS_PATH_MAX. The stream is libtirpc's XDR. */
+#define DEV_NFS_PATH_MAX 1024
+struct __rpc_xdr;
+int Dev_XdrDirPath(struct __rpc_xdr *xdrs, char **pPath);
+
 #ifdef __cplusplus
 }
 #endif
