@@ -9,6 +9,7 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   iproute2 util-linux procps coreutils
   dnsmasq-base ccache clang-format
+  libtirpc-dev dpkg-dev xfsprogs btrfs-progs fdisk rpcbind tcpdump tshark
 )
 
 missing=()
