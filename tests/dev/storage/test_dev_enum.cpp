@@ -69,9 +69,8 @@ protected:
         std::istringstream in(log);
         std::string out, line;
         while (std::getline(in, line)) {
-            if (line.starts_with("dev_enum.cpp") || line.starts_with("disk_stat.cpp") ||
-                line.starts_with("  pDev[")) {
-                out += line + "\n";
+            for (const char *start : {"dev_enum.cpp", "disk_stat.cpp", "  pDev["}) {
+                out += line.starts_with(start) ? line + "\n" : "";
             }
         }
         return out;

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
+#include <vector>
 
 #include "DEV.h"
 #include "test_support.h"
@@ -40,12 +41,12 @@ protected:
     }
     void expectFigures(const HDStat &hd, const Figures &f)
     {
-        EXPECT_EQ(static_cast<unsigned>(hd.fs_type), f.type);
-        EXPECT_EQ(static_cast<unsigned>(hd.block_size), f.blockSize);
-        EXPECT_EQ(hd.blocks_total, f.blocks);
-        EXPECT_EQ(hd.blocks_free, f.free);
-        EXPECT_EQ(hd.total_bytes, uint64_t{f.blocks} * f.blockSize);
-        EXPECT_EQ(hd.free_bytes, uint64_t{f.free} * f.blockSize);
+        EXPECT_EQ(
+            std::vector<uint64_t>({uint32_t(hd.fs_type), uint32_t(hd.block_size), hd.blocks_total,
+                                   hd.blocks_free, hd.total_bytes, hd.free_bytes}),
+            std::vector<uint64_t>({f.type, f.blockSize, f.blocks, f.free,
+                                   uint64_t{f.blocks} * f.blockSize,
+                                   uint64_t{f.free} * f.blockSize}));
     }
     DevRecord record(const char *dev)
     {
@@ -53,6 +54,7 @@ protected:
         snprintf(r.dev, sizeof r.dev, "%s", dev);
         return r;
     }
+    const std::string noMpt = std::string(DEV_MPT_SIZE, '\0');
 
     const char *work = getenv("DVR_STORAGE_PEER");
     fake::TempDir dir;
@@ -64,7 +66,7 @@ TEST_F(StoragePeer, MountedForTheMomentAndTakenBack)
     EXPECT_EQ(Dev_GetHDStat(&hda, DEV_FS_AUTO), 1);
     EXPECT_EQ(hda.info.hd.device_bytes, 8u << 20);
     expectFigures(hda.info.hd, figures("DVR_STORAGE_REF_A"));
-    EXPECT_EQ(std::string(hda.mpt, sizeof hda.mpt), std::string(sizeof hda.mpt, '\0'));
+    EXPECT_EQ(std::string(hda.mpt, sizeof hda.mpt), noMpt);
     char mpt[DEV_MPT_SIZE];
     EXPECT_EQ(Dev_GetMPT("/dev/hda", mpt), -1); // unmounted again
     EXPECT_TRUE(std::filesystem::is_empty("/var"));
@@ -79,7 +81,7 @@ TEST_F(StoragePeer, MountedForTheMomentAndTakenBack)
     // at tmpfs, which takes any source)
     EXPECT_EQ(Dev_GetHDStat(&hdc, 1), -1);
     EXPECT_EQ(hdc.info.hd.device_bytes, 4u << 20);
-    EXPECT_EQ(std::string(hdc.mpt, sizeof hdc.mpt), std::string(sizeof hdc.mpt, '\0'));
+    EXPECT_EQ(std::string(hdc.mpt, sizeof hdc.mpt), noMpt);
     EXPECT_TRUE(std::filesystem::is_empty("/var"));
 }
 
