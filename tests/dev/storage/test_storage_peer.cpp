@@ -7,24 +7,29 @@
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
-#include <vector>
 
 #include "DEV.h"
 #include "test_support.h"
 
 namespace {
 
-// statfs figures as `stat -f -c '%t %S %b %f'` printed them.
-struct Figures {
-    unsigned type = 0, blockSize = 0, blocks = 0, free = 0;
-};
-
-Figures figures(const char *variable)
+// The statfs figures of a record as `stat -f -c '%t %S %b %f'` prints them
+// (type in hex, block size, blocks, free blocks), then the two byte counts.
+std::string figures(const HDStat &hd)
 {
-    Figures f;
-    std::istringstream(getenv(variable) != nullptr ? getenv(variable) : "") >> std::hex >> f.type >>
-        std::dec >> f.blockSize >> f.blocks >> f.free;
-    return f;
+    char text[128];
+    snprintf(text, sizeof text, "%x %d %u %u %llu %llu", hd.fs_type, hd.block_size, hd.blocks_total,
+             hd.blocks_free, static_cast<unsigned long long>(hd.total_bytes),
+             static_cast<unsigned long long>(hd.free_bytes));
+    return text;
+}
+
+std::string reference(const char *variable)
+{
+    unsigned long long type, size, blocks, free;
+    std::istringstream(getenv(variable)) >> std::hex >> type >> std::dec >> size >> blocks >> free;
+    return std::string(getenv(variable)) + " " + std::to_string(blocks * size) + " " +
+           std::to_string(free * size);
 }
 
 class StoragePeer : public testing::Test {
@@ -39,15 +44,6 @@ protected:
                                                "   7  1  6144 hdb\n   7  2  4096 hdc\n"
                                                "   7  0  8192 md0\n"));
     }
-    void expectFigures(const HDStat &hd, const Figures &f)
-    {
-        EXPECT_EQ(
-            std::vector<uint64_t>({uint32_t(hd.fs_type), uint32_t(hd.block_size), hd.blocks_total,
-                                   hd.blocks_free, hd.total_bytes, hd.free_bytes}),
-            std::vector<uint64_t>({f.type, f.blockSize, f.blocks, f.free,
-                                   uint64_t{f.blocks} * f.blockSize,
-                                   uint64_t{f.free} * f.blockSize}));
-    }
     DevRecord record(const char *dev)
     {
         DevRecord r{};
@@ -60,12 +56,12 @@ protected:
     fake::TempDir dir;
 };
 
-TEST_F(StoragePeer, MountedForTheMomentAndTakenBack)
+TEST_F(StoragePeer, MeasuredOnItsMountOrOneForTheMoment)
 {
     DevRecord hda = record("/dev/hda");
     EXPECT_EQ(Dev_GetHDStat(&hda, DEV_FS_AUTO), 1);
     EXPECT_EQ(hda.info.hd.device_bytes, 8u << 20);
-    expectFigures(hda.info.hd, figures("DVR_STORAGE_REF_A"));
+    EXPECT_EQ(figures(hda.info.hd), reference("DVR_STORAGE_REF_A"));
     EXPECT_EQ(std::string(hda.mpt, sizeof hda.mpt), noMpt);
     char mpt[DEV_MPT_SIZE];
     EXPECT_EQ(Dev_GetMPT("/dev/hda", mpt), -1); // unmounted again
@@ -75,7 +71,7 @@ TEST_F(StoragePeer, MountedForTheMomentAndTakenBack)
     md0.info.hd.device_bytes = 12345;
     EXPECT_EQ(Dev_GetHDStat(&md0, 1), 1);
     EXPECT_EQ(md0.info.hd.device_bytes, 12345u);
-    expectFigures(md0.info.hd, figures("DVR_STORAGE_REF_A"));
+    EXPECT_EQ(figures(md0.info.hd), reference("DVR_STORAGE_REF_A"));
 
     DevRecord hdc = record("/dev/hdc"); // no file system (as ext2: the automatic road ends
     // at tmpfs, which takes any source)
@@ -83,16 +79,14 @@ TEST_F(StoragePeer, MountedForTheMomentAndTakenBack)
     EXPECT_EQ(hdc.info.hd.device_bytes, 4u << 20);
     EXPECT_EQ(std::string(hdc.mpt, sizeof hdc.mpt), noMpt);
     EXPECT_TRUE(std::filesystem::is_empty("/var"));
-}
 
-TEST_F(StoragePeer, AlreadyMountedAndItsIdFile)
-{
+    // Already mounted: measured where it is, and its ID file made there.
     const std::string mounted = std::string(work) + "/mnt/hdb";
     DevRecord hdb = record("/dev/hdb");
     EXPECT_EQ(Dev_GetHDStat(&hdb, DEV_FS_AUTO), 0);
     EXPECT_EQ(hdb.mpt, mounted);
     EXPECT_EQ(hdb.info.hd.device_bytes, 6u << 20);
-    expectFigures(hdb.info.hd, figures("DVR_STORAGE_REF_B"));
+    EXPECT_EQ(figures(hdb.info.hd), reference("DVR_STORAGE_REF_B"));
 
     fake::redirect("/proc/ide", DVR_TEST_DATA_DIR "/storage/proc_ide");
     char id[DEV_ID_SIZE] = {};
