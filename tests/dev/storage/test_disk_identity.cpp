@@ -70,7 +70,7 @@ TEST_F(DiskIdentity, OneItemAloneBadArgumentsAndShortStreams)
               "disk_identity.cpp,N: open(/proc/ide/hda/smart_values) error : Not a directory\n");
 }
 
-TEST_F(DiskIdentity, IdFileMadeOnFirstQuestion)
+TEST_F(DiskIdentity, IdFileMadeOnFirstQuestionOnlyForIdeDisks)
 {
     const std::string hdb = dir.file("hdb"), sda = dir.file("sda");
     fake::redirect("/proc/mounts",
@@ -79,10 +79,9 @@ TEST_F(DiskIdentity, IdFileMadeOnFirstQuestion)
     dir.write("hdb/.keep", "");
     dir.write("sda/.keep", "");
     char id[DEV_ID_SIZE] = "-";
-    EXPECT_EQ(Dev_GetIDViaDev(id, "/dev/hdb"), 0); // the serial number of hdb
-    EXPECT_STREQ(id, "S1234567            ");
+    EXPECT_EQ(Dev_GetIDViaDev(id, "/dev/hdb"), 0); // made from hdb for /dev/hdb3
     EXPECT_EQ(fake::readFile(hdb + "/ID"), "S1234567            ");
-    dir.write("hdb/ID", "kept\nsecond line\n"); // an existing file is read as it is
+    dir.write("hdb/ID", "kept\nsecond line\n");
     EXPECT_EQ(Dev_GetIDViaMount(id, hdb.c_str()), 0);
     EXPECT_STREQ(id, "kept\n");
     dir.write("hdb/ID", "");
