@@ -23,10 +23,11 @@ fi
 
 work=$(mktemp -d)
 mount -t tmpfs dvr-work "$work"
-loops=()
 cleanup() {
+  for image in "$work"/img/*; do
+    for l in $(losetup -j "$image" -O NAME -n 2>/dev/null); do losetup -d "$l" || true; done
+  done
   umount -R -l "$work" 2>/dev/null || true
-  for l in "${loops[@]}"; do losetup -d "$l" 2>/dev/null || true; done
   rmdir "$work" 2>/dev/null || true
 }
 trap cleanup EXIT
@@ -37,7 +38,6 @@ mkdir -p "$work/dev" "$work/img"
 attach() {
   local loop name part
   loop=$(losetup -f -P --show "$1")
-  loops+=("$loop")
   name=${loop#/dev/}
   if [ -n "${2:-}" ] && ! grep -q " ${name}p1\$" /proc/partitions; then
     partx -a "$loop"
