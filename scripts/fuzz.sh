@@ -19,7 +19,7 @@ cmake --build --preset fuzz
 
 out=build/fuzz/runs
 mkdir -p "$out"
-for target in dns_reply media_headers text_extract ide_text; do
+for target in dns_reply media_headers text_extract mount_table proc_partitions ide_text; do
   corpus="$out/corpus_$target"
   mkdir -p "$corpus"
   seeds=()
