@@ -12,6 +12,7 @@ packages=(
   file groff-base
   apache2 apache2-utils nginx python3-gi gir1.2-gst-rtsp-server-1.0
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good curl
+  libtirpc-dev dpkg-dev xfsprogs btrfs-progs fdisk rpcbind tcpdump tshark
 )
 
 missing=()

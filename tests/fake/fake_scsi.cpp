@@ -3,7 +3,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <algorithm>
 #include <fcntl.h>
+#include <linux/fs.h>
 #include <scsi/scsi.h>
 #include <scsi/scsi_ioctl.h>
 #include <tuple>
@@ -36,10 +38,26 @@ int ScsiNode::ioctl(unsigned long code, void *arg)
         return 0;
     case SG_IO:
         return drive->execute(*static_cast<sg_io_hdr_t *>(arg));
-    default:
-        errno = ENOTTY;
-        return -1;
+    case BLKGETSIZE64:
+        *static_cast<uint64_t *>(arg) = bytes;
+        return 0;
+    case BLKGETSIZE:
+        *static_cast<unsigned long *>(arg) = static_cast<unsigned long>(bytes / 512);
+        return 0;
+    case SCSI_IOCTL_PROBE_HOST: { // the kernel's reply: the text, cut to the length in word 0
+        if (hostText.empty()) {
+            break;
+        }
+        uint32_t room = 0;
+        memcpy(&room, arg, sizeof room);
+        memcpy(arg, hostText.c_str(), std::min<size_t>(room, hostText.size() + 1));
+        return 1;
     }
+    default:
+        break;
+    }
+    errno = ENOTTY;
+    return -1;
 }
 
 void hideScsiNodes()

@@ -29,6 +29,8 @@ public:
     int sgVersion = 30536;                 // answered to SG_GET_VERSION_NUM
     std::shared_ptr<MmcDrive> drive;       // answers SG_IO
     std::map<unsigned long, int> failures; // control requests that fail, with their errno
+    uint64_t bytes = 0;                    // size of a block node
+    std::string hostText;                  // SCSI_IOCTL_PROBE_HOST; empty: the request fails
 
     int ioctl(unsigned long code, void *arg) override;
 };

@@ -23,6 +23,7 @@ int __real_symlink(const char *target, const char *linkPath);
 int __real_mknod(const char *path, mode_t mode, dev_t dev);
 int __real_mkstemp64(char *tmpl);
 int __real_truncate64(const char *path, off64_t length);
+char *__real_mkdtemp(char *tmpl);
 
 int __wrap_unlink(const char *path)
 {
@@ -59,5 +60,20 @@ int __wrap_mkstemp64(char *tmpl)
                kTemplateTail);
     }
     return fd;
+}
+
+// Like mkstemp(): the directory is made where the redirection points.
+char *__wrap_mkdtemp(char *tmpl)
+{
+    std::string resolved = fake::resolve(tmpl);
+    const size_t n = strlen(tmpl);
+    if (__real_mkdtemp(resolved.data()) == nullptr) {
+        return nullptr;
+    }
+    if (n >= kTemplateTail && resolved.size() >= kTemplateTail) {
+        memcpy(tmpl + n - kTemplateTail, resolved.data() + resolved.size() - kTemplateTail,
+               kTemplateTail);
+    }
+    return tmpl;
 }
 } // extern "C"
