@@ -10,14 +10,6 @@
 
 namespace {
 
-TEST(JpegSof, ZeroWidthIsStoredAndFails)
-{
-    const uint8_t segment[] = {0xC0, 0x00, 0x11, 0x08, 0x00, 0x30, 0x00, 0x00};
-    std::array<int32_t, 3> got = {0, -5, -5};
-    got[0] = COM_ProcJpegSOF(segment, &got[1], &got[2]);
-    EXPECT_EQ(got, (std::array<int32_t, 3>{-1, 0, 48}));
-}
-
 struct Vol {
     uint32_t verid = 0; // 0: no object layer identifier
     bool vbv = false;
