@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Prints the figures the docs quote: stripped sizes of the board build's tool
-# and library, and the ratio of test code to product code (non-blank lines of
-# C and C++ under tests/ against I2C/ and MODULES/).
+# and library, and the share of test code in all code (non-blank lines of C and
+# C++ under tests/, the fake platform included, against those plus I2C/ and
+# MODULES/), with the lines of case data beside it so that moving code into
+# data never hides it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -21,4 +23,6 @@ done
 count() { git ls-files -- "$@" | grep -E '\.(c|cc|cpp|h|hpp)$' | xargs -r cat | grep -c -v '^[[:space:]]*$'; }
 prod=$(count I2C MODULES)
 tst=$(count tests)
-echo "product code: $prod lines, test code: $tst lines, ratio $(( 100 * tst / prod ))%"
+data=$(git ls-files -- 'tests/cases/*.case' | xargs -r cat | grep -c -v '^[[:space:]]*$' || true)
+echo "product code: $prod lines, test code: $tst lines, test share $(( 100 * tst / (prod + tst) ))% of all code"
+echo "case data: $data lines in tests/cases/*.case (not counted as code)"
