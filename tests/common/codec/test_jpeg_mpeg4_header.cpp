@@ -1,6 +1,5 @@
-// JPEG start-of-frame segments and MPEG-4 video object layer headers written
-// field by field, for what the encoders of the fixture tests leave out: vbv
-// parameters, the shapes without a size, rates of a few increment bits.
+// MPEG-4 video object layer headers written field by field, for what the encoders of the fixture
+// tests leave out: vbv parameters, the shapes without a size, rates of a few increment bits.
 #include <gtest/gtest.h>
 
 #include <array>
