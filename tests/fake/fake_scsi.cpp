@@ -1,5 +1,4 @@
 #include "fake_scsi.h"
-#include "test_support.h"
 
 #include <cerrno>
 #include <cstring>
@@ -80,11 +79,6 @@ std::shared_ptr<ScsiNode> addScsiNode(const std::string &path, ScsiAddress addre
         address, drive ? std::move(drive) : std::make_shared<MmcDrive>(media::kDisk));
     addDevice(path, node);
     return node;
-}
-
-std::string logOf(const std::function<void()> &fn)
-{
-    return withoutLineNumbers(captureStdout(fn));
 }
 
 std::string logLines(const std::string &prefix, const std::string &text)

@@ -11,6 +11,7 @@
 #include "DEV.h"
 #include "fake_mmc.h"
 #include "fake_platform.h"
+#include "test_support.h"
 
 namespace fake {
 
@@ -43,9 +44,6 @@ void hideScsiNodes();
 // A node of the drive; without one, of a hard disk.
 std::shared_ptr<ScsiNode> addScsiNode(const std::string &path, ScsiAddress address,
                                       std::shared_ptr<MmcDrive> drive = nullptr);
-
-// What fn printed, standard output and log, with line numbers written N.
-std::string logOf(const std::function<void()> &fn);
 
 // Log lines of one function: prefix, then text with each '|' starting a new
 // line with the prefix again.

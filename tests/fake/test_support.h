@@ -16,6 +16,12 @@ namespace fake {
 // them with the number written as N: "file.cpp,N: text".
 std::string withoutLineNumbers(const std::string &log);
 
+// The one way to capture a call's log: what fn printed, line numbers as N.
+template <typename Fn> std::string logOf(Fn &&fn)
+{
+    return withoutLineNumbers(captureStdout(fn));
+}
+
 // A 32-bit word of a recorded driver record, in the target's byte order.
 inline uint32_t wordAt(const std::vector<uint8_t> &bytes, size_t offset)
 {

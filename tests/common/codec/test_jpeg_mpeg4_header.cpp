@@ -1,6 +1,5 @@
-// JPEG start-of-frame segments and MPEG-4 video object layer headers written
-// field by field, for what the encoders of the fixture tests leave out: vbv
-// parameters, the shapes without a size, rates of a few increment bits.
+// MPEG-4 video object layer headers written field by field, for what the encoders of the fixture
+// tests leave out: vbv parameters, the shapes without a size, rates of a few increment bits.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -9,14 +8,6 @@
 #include "bit_writer.h"
 
 namespace {
-
-TEST(JpegSof, ZeroWidthIsStoredAndFails)
-{
-    const uint8_t segment[] = {0xC0, 0x00, 0x11, 0x08, 0x00, 0x30, 0x00, 0x00};
-    std::array<int32_t, 3> got = {0, -5, -5};
-    got[0] = COM_ProcJpegSOF(segment, &got[1], &got[2]);
-    EXPECT_EQ(got, (std::array<int32_t, 3>{-1, 0, 48}));
-}
 
 struct Vol {
     uint32_t verid = 0; // 0: no object layer identifier

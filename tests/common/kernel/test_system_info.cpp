@@ -14,10 +14,7 @@ protected:
             fake::redirect(prefix, dir.path() + prefix);
         }
     }
-    std::string quiet(const std::function<void()> &fn)
-    {
-        return fake::withoutLineNumbers(fake::captureStdout(fn));
-    }
+    std::string quiet(const std::function<void()> &fn) { return fake::logOf(fn); }
     fake::TempDir dir;
 };
 

@@ -32,10 +32,7 @@ template <typename Cond> bool eventually(Cond cond)
     return cond();
 }
 
-std::string logOf(const std::function<void()> &fn)
-{
-    return fake::withoutLineNumbers(fake::captureStdout(fn));
-}
+using fake::logOf;
 
 TEST(System, StatusesAndWords)
 {

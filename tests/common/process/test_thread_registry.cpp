@@ -100,8 +100,7 @@ TEST_F(ThreadRegistry, TableGrowsWithAnEndMarkAndPidFiles)
 TEST_F(ThreadRegistry, UnwritablePidFileIsLoggedAndRegistrationGoesOn)
 {
     fake::redirect("/var/run", dir.write("file", "") + "/run"); // under a plain file
-    const std::string log =
-        fake::withoutLineNumbers(fake::captureStdout([] { EXPECT_EQ(COM_LogThread("t"), 1); }));
+    const std::string log = fake::logOf(([] { EXPECT_EQ(COM_LogThread("t"), 1); }));
     EXPECT_NE(log.find("thread_registry.cpp,N:COM_LogThread(): fopen(/var/run/t.thread.pid) error "
                        ": Not a directory\n"),
               std::string::npos)
@@ -117,7 +116,7 @@ TEST_F(ThreadRegistry, MemUsageAndShow)
     EXPECT_EQ(log, "");
     COM_LogThread("worker");
     COM_LogThread("other");
-    log = fake::withoutLineNumbers(fake::captureStdout([] {
+    log = fake::logOf(([] {
         EXPECT_EQ(COM_LogThreadMemUsage(100), 0);
         EXPECT_EQ(COM_LogThreadMemUsage(-30), 0);
         COM_ShowThread();

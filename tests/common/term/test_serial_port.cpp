@@ -43,8 +43,8 @@ TEST_P(SerialPort, ResolvesTheAdapterInTheSocket)
 {
     const PortCase &c = GetParam();
     char name[COM_SERIAL_PATH_SIZE] = "untouched";
-    const std::string log = fake::withoutLineNumbers(
-        fake::captureStdout([&] { EXPECT_EQ(COM_GetSerialPort(c.port, name), c.result); }));
+    const std::string log =
+        fake::logOf(([&] { EXPECT_EQ(COM_GetSerialPort(c.port, name), c.result); }));
     EXPECT_STREQ(name, c.name != nullptr ? c.name : "untouched");
     const std::string last =
         "serial_port.cpp,N:COM_GetSerialPort(): path[" + std::to_string(c.port) + "] = [" +
@@ -77,21 +77,18 @@ TEST_F(SerialPort, MakesTheCharacterNode)
 TEST_F(SerialPort, ComparisonsAreTracedAndMissingTablesReported)
 {
     char name[COM_SERIAL_PATH_SIZE] = {};
-    std::string log =
-        fake::withoutLineNumbers(fake::captureStdout([&] { COM_GetSerialPort(4, name); }));
+    std::string log = fake::logOf(([&] { COM_GetSerialPort(4, name); }));
     EXPECT_NE(log.find("COM_GetSerialPort(): [4][0][0] - [0] <=> [0-1]\n"), std::string::npos)
         << log;
     EXPECT_NE(log.find("COM_GetSerialPort(): [4][0][0] - [1-2] <=> [0-1]\n"), std::string::npos)
         << log;
 
     fake::redirect("/proc/tty/driver", dir.file("none"));
-    log = fake::withoutLineNumbers(
-        fake::captureStdout([&] { EXPECT_EQ(COM_GetSerialPort(2, name), -1); }));
+    log = fake::logOf(([&] { EXPECT_EQ(COM_GetSerialPort(2, name), -1); }));
     EXPECT_EQ(log.substr(0, log.find('\n') + 1),
               "serial_port.cpp,N:COM_GetSerialPort(): open(/proc/tty/driver/usb-serial, "
               "/proc/tty/driver/usbserial) failed! : No such file or directory\n");
-    log = fake::withoutLineNumbers(
-        fake::captureStdout([&] { EXPECT_EQ(COM_GetSerialPort(5, name), -1); }));
+    log = fake::logOf(([&] { EXPECT_EQ(COM_GetSerialPort(5, name), -1); }));
     EXPECT_EQ(log, "serial_port.cpp,N:COM_GetSerialPort(): Un-support idx = 5\n");
 }
 

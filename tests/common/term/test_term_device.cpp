@@ -75,8 +75,7 @@ TEST_F(TermDevice, OpenAppliesTheLineSettingsAndCloseGivesThemBack)
     EXPECT_EQ(after.c_iflag, before.c_iflag);
     EXPECT_EQ(cfgetospeed(&after), cfgetospeed(&before));
 
-    const std::string log = fake::withoutLineNumbers(
-        fake::captureStdout([&] { EXPECT_EQ(COM_CloseTermDevice(&info), -1); }));
+    const std::string log = fake::logOf(([&] { EXPECT_EQ(COM_CloseTermDevice(&info), -1); }));
     EXPECT_EQ(log, "term_device.cpp,N:COM_CloseTermDevice(): no valid fd found\n");
 }
 
@@ -84,8 +83,8 @@ TEST_F(TermDevice, BadDirectionOpensReadOnly)
 {
     fake::clock::enable();
     info.direction = 7;
-    const std::string log = fake::withoutLineNumbers(
-        fake::captureStdout([&] { EXPECT_EQ(COM_OpenTermDevice(slave.c_str(), &info), 0); }));
+    const std::string log =
+        fake::logOf(([&] { EXPECT_EQ(COM_OpenTermDevice(slave.c_str(), &info), 0); }));
     EXPECT_EQ(
         log,
         "term_device.cpp,N:COM_OpenTermDevice(): pDevInfo->direction = 7, use default O_RDONLY\n");
@@ -98,23 +97,21 @@ TEST_F(TermDevice, FailuresToOpenAndToSet)
 {
     fake::clock::enable();
     strcpy(info.name, "kept");
-    std::string log = fake::withoutLineNumbers(
-        fake::captureStdout([&] { EXPECT_EQ(COM_OpenTermDevice("/no/such/tty", &info), -2); }));
+    std::string log =
+        fake::logOf(([&] { EXPECT_EQ(COM_OpenTermDevice("/no/such/tty", &info), -2); }));
     EXPECT_EQ(log, "term_device.cpp,N:COM_OpenTermDevice(): open(/no/such/tty) failed : No such "
                    "file or directory\n");
     EXPECT_STREQ(info.name, "kept");
     EXPECT_LT(info.fd, 0);
 
     // Not a terminal: the settings can't be read or set, and the device stays open.
-    log = fake::withoutLineNumbers(
-        fake::captureStdout([&] { EXPECT_EQ(COM_OpenTermDevice("/dev/null", &info), -1); }));
+    log = fake::logOf(([&] { EXPECT_EQ(COM_OpenTermDevice("/dev/null", &info), -1); }));
     EXPECT_NE(log.find("COM_OpenTermDevice(): tcgetattr(/dev/null) error : "), std::string::npos)
         << log;
     EXPECT_NE(log.find("COM_OpenTermDevice(): tcsetattr(/dev/null) error : "), std::string::npos)
         << log;
     EXPECT_GE(info.fd, 0);
-    log = fake::withoutLineNumbers(
-        fake::captureStdout([&] { EXPECT_EQ(COM_CloseTermDevice(&info), 0); }));
+    log = fake::logOf(([&] { EXPECT_EQ(COM_CloseTermDevice(&info), 0); }));
     EXPECT_NE(log.find("COM_CloseTermDevice(): tcsetattr(/dev/null) error : "), std::string::npos)
         << log;
 }

@@ -1,0 +1,219 @@
+// Runs every case file as one test (see case_runner.h).
+#include "case_runner.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace cases {
+namespace {
+
+const std::string kMarker = "----";
+
+Table &table()
+{
+    static Table ops;
+    return ops;
+}
+
+void replaceAll(std::string &s, const std::string &from, const std::string &to)
+{
+    for (size_t at = s.find(from); !from.empty() && at != std::string::npos;
+         at = s.find(from, at + to.size())) {
+        s.replace(at, from.size(), to);
+    }
+}
+
+char unescape(const std::string &line, size_t &i)
+{
+    const char c = line[i++];
+    static const std::string from = "nrt0\"\\", to = std::string("\n\r\t\0\"\\", 6);
+    if (c == 'x') {
+        i += 2;
+        return static_cast<char>(std::stoi(line.substr(i - 2, 2), nullptr, 16));
+    }
+    return from.find(c) != std::string::npos ? to[from.find(c)] : c;
+}
+
+// Splits a call line into its words (see the header for the syntax).
+std::vector<std::optional<std::string>> words(const std::string &line, const std::string &tmp)
+{
+    std::vector<std::optional<std::string>> out;
+    size_t i = 0;
+    while (i < line.size()) {
+        if (line[i] == ' ') {
+            ++i;
+            continue;
+        }
+        std::string word, piece;
+        while (i < line.size() && line[i] != ' ') {
+            if (line[i] == '"') {
+                piece.clear();
+                for (++i; i < line.size() && line[i] != '"';) {
+                    piece += line[i] == '\\' ? unescape(line, ++i) : line[i++];
+                }
+                ++i;
+                word += piece;
+            } else if (line[i] == '*' && !piece.empty()) {
+                size_t end = 0;
+                const int times = std::stoi(line.substr(i + 1), &end);
+                for (int k = 1; k < times; ++k) {
+                    word += piece;
+                }
+                i += 1 + end;
+            } else {
+                word += line[i++];
+            }
+        }
+        replaceAll(word, "$T", tmp);
+        replaceAll(word, "$D", DVR_TEST_DATA_DIR);
+        out.push_back(word == "NULL" ? std::nullopt : std::optional(word));
+    }
+    return out;
+}
+
+std::string named(const std::string &log, const Args &args)
+{
+    std::string out;
+    size_t done = 0;
+    for (size_t at = log.find("0x"); at != std::string::npos; at = log.find("0x", done)) {
+        const size_t end = log.find_first_not_of("0123456789abcdef", at + 2);
+        const std::string hex = log.substr(at, end - at);
+        const auto name = args.aliases.find(
+            reinterpret_cast<const void *>(std::strtoull(hex.c_str(), nullptr, 16)));
+        out += log.substr(done, at - done) + (name != args.aliases.end() ? name->second : hex);
+        done = at + hex.size();
+    }
+    return out + log.substr(done);
+}
+
+std::string transcript(const std::vector<std::string> &calls)
+{
+    fake::TempDir tmp;
+    std::string out;
+    for (const std::string &line : calls) {
+        Args args;
+        args.v = words(line, tmp.path());
+        args.tmp = &tmp;
+        const std::string name = args.str(0);
+        args.v.erase(args.v.begin());
+        const auto op = table().find(name);
+        std::string result = "unknown operation";
+        std::string log;
+        if (op != table().end()) {
+            fake::StdoutCapture capture;
+            result = op->second(args);
+            log = named(fake::withoutLineNumbers(capture.text()), args);
+        }
+        for (const auto &[from, to] : args.subs) {
+            replaceAll(log, from, to);
+            replaceAll(result, from, to);
+        }
+        out += "> " + line + "\n" + (result.empty() ? "" : result + "\n");
+        for (size_t at = 0; at < log.size();) {
+            const size_t end = std::min(log.find('\n', at), log.size());
+            out += "| " + log.substr(at, end - at) + (end == log.size() ? " [no newline]\n" : "\n");
+            at = end + 1;
+        }
+        replaceAll(out, tmp.path(), "$T");
+    }
+    replaceAll(out, DVR_TEST_DATA_DIR, "$D");
+    return out;
+}
+
+class CaseTest : public testing::Test {
+public:
+    explicit CaseTest(std::filesystem::path file) : file_(std::move(file)) {}
+    void TestBody() override
+    {
+        std::ifstream in(file_);
+        std::vector<std::string> head, calls;
+        std::string line, expected;
+        bool below = false;
+        while (std::getline(in, line)) {
+            if (below) {
+                expected += line + "\n";
+                continue;
+            }
+            below = line == kMarker;
+            head.push_back(line);
+            if (!below && !line.empty() && line[0] != '#') {
+                calls.push_back(line);
+            }
+        }
+        const std::string got = transcript(calls);
+        if (getenv("DVR_CASES_UPDATE") != nullptr) {
+            std::ofstream outFile(file_);
+            for (const std::string &h : head) {
+                outFile << h << "\n";
+            }
+            outFile << (below ? "" : kMarker + "\n") << got;
+            return;
+        }
+        EXPECT_EQ(got, expected) << file_.string();
+    }
+
+private:
+    std::filesystem::path file_;
+};
+
+// One test per case file, named by its area and file.
+const bool registered = [] {
+    std::vector<std::filesystem::path> files;
+    for (const auto &e : std::filesystem::recursive_directory_iterator(DVR_CASES_DIR)) {
+        if (e.path().extension() == ".case") {
+            files.push_back(e.path());
+        }
+    }
+    std::sort(files.begin(), files.end());
+    for (const auto &file : files) {
+        const std::string suite = "Cases_" + file.parent_path().filename().string();
+        testing::RegisterTest(suite.c_str(), file.stem().c_str(), nullptr, nullptr,
+                              file.string().c_str(), 1,
+                              [file]() -> testing::Test * { return new CaseTest(file); });
+    }
+    return true;
+}();
+
+} // namespace
+
+Register::Register(Table ops)
+{
+    table().merge(ops);
+}
+
+std::string q(const std::string &bytes)
+{
+    std::string out = "\"";
+    for (const char c : bytes) {
+        const auto u = static_cast<unsigned char>(c);
+        static const std::string from = std::string("\n\r\t\"\\", 5), to = "nrt\"\\";
+        if (from.find(c) != std::string::npos) {
+            out += std::string("\\") + to[from.find(c)];
+        } else if (u < 0x20 || u >= 0x7f) {
+            char hex[5];
+            snprintf(hex, sizeof hex, "\\x%02X", u);
+            out += hex;
+        } else {
+            out += c;
+        }
+    }
+    return out + "\"";
+}
+
+std::string q(const char *text)
+{
+    return text == nullptr ? "NULL" : q(std::string(text));
+}
+
+std::string nums(std::initializer_list<long long> values)
+{
+    std::string out;
+    for (const long long v : values) {
+        out += (out.empty() ? "" : " ") + std::to_string(v);
+    }
+    return out;
+}
+
+} // namespace cases
