@@ -5,6 +5,7 @@
 
 #include <rpc/xdr.h>
 #include <string>
+#include <algorithm>
 #include <vector>
 
 #include "DEV.h"
@@ -24,11 +25,12 @@ TEST(NfsXdr, DirPathBytes)
         for (size_t i = 0; i < length; ++i) {
             path[i] = static_cast<char>('a' + i % 26);
         }
-        std::vector<uint8_t> expect = {
-            static_cast<uint8_t>(length >> 24), static_cast<uint8_t>(length >> 16),
-            static_cast<uint8_t>(length >> 8), static_cast<uint8_t>(length)};
-        expect.insert(expect.end(), path.begin(), path.end());
-        expect.resize((expect.size() + 3) / 4 * 4, 0);
+        // Length word, big-endian, then the bytes padded to a multiple of four.
+        std::vector<uint8_t> expect(4 + (length + 3) / 4 * 4, 0);
+        for (int i = 0; i < 4; ++i) {
+            expect[i] = static_cast<uint8_t>(length >> (24 - 8 * i));
+        }
+        std::copy(path.begin(), path.end(), expect.begin() + 4);
 
         std::vector<uint8_t> buf(2048, 0xEE);
         XDR xdrs;
