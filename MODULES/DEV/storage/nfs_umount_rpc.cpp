@@ -57,10 +57,10 @@ int mountPort(const char *opts)
 
 bool parseTarget(const char *pSpec, const char *pOpts, Target &t)
 {
-    const std::string_view spec(pSpec);
-    const size_t colon = spec.find(':');
-    if (!copyWhole(t.host, sizeof t.host, spec.substr(0, colon)) ||
-        !copyWhole(t.path, sizeof t.path, spec.substr(colon + 1))) {
+    const std::string_view source(pSpec);
+    const size_t colon = source.find(':');
+    if (!copyWhole(t.host, sizeof t.host, source.substr(0, colon)) ||
+        !copyWhole(t.path, sizeof t.path, source.substr(colon + 1))) {
         return false;
     }
     if (pOpts == nullptr) {

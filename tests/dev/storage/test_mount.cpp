@@ -110,10 +110,10 @@ TEST(FsMount, Refusals)
     const std::string longHost(80, 'h');
     const std::string longHostSpec = longHost + ".test:/x";
     const std::string longPath = "10.0.0.1:/" + std::string(79, 'p');
-    const char *specs[] = {nullptr, "no-colon", "nohost:/export", longHostSpec.c_str(),
-                           longPath.c_str()};
-    for (const char *spec : specs) {
-        EXPECT_EQ(Dev_NfsUmountRpc(spec, nullptr), 1) << (spec ? spec : "null");
+    const char *sources[] = {nullptr, "no-colon", "nohost:/export", longHostSpec.c_str(),
+                             longPath.c_str()};
+    for (const char *source : sources) {
+        EXPECT_EQ(Dev_NfsUmountRpc(source, nullptr), 1) << (source ? source : "null");
     }
     EXPECT_EQ(Dev_NfsUmountRpc("10.0.0.1:/x", ("addr=" + longHost).c_str()), 1);
 }

@@ -13,7 +13,7 @@ namespace {
 
 // Transport by the options: "tcp" anywhere but "notcp" tries TCP first; the
 // port from "mountport=", else the portmapper's; the host from "addr=", else
-// from the spec. 127.0.0.2 has no server: refused at once, on both roads.
+// from the export text. 127.0.0.2 has no server: refused at once, on both roads.
 TEST(NfsPeer, Umnt)
 {
     const char *port = getenv("DVR_NFS_PEER");
@@ -30,11 +30,11 @@ TEST(NfsPeer, Umnt)
         {"127.0.0.2:/export/dead", "tcp," + mp, 1},
         {"127.0.0.2:/export/dead", "", 1},
     };
-    for (const auto &[spec, opts, result] : cases) {
+    for (const auto &[source, opts, result] : cases) {
         const auto start = std::chrono::steady_clock::now();
-        EXPECT_EQ(Dev_NfsUmountRpc(spec.c_str(), opts.empty() ? nullptr : opts.c_str()), result)
-            << spec << " " << opts;
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2)) << spec;
+        EXPECT_EQ(Dev_NfsUmountRpc(source.c_str(), opts.empty() ? nullptr : opts.c_str()), result)
+            << source << " " << opts;
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2)) << source;
     }
 }
 
