@@ -19,17 +19,19 @@
 #include "DEV.h"
 #include "DNS.h"
 
-/* The unit: its host name and the kernel it runs. */
+/* The unit: who it is and how it sits on the network, from the /etc files and
+ * the interface the library chooses; a member that can't be read holds its
+ * fallback text, so the record always prints. */
 static int show_unit(const char *unused)
 {
-    char host[64] = "";
-    char kernel[COM_VERSION_TEXT_SIZE] = "";
-    char rest[COM_VERSION_TEXT_SIZE] = "";
-    int result = COM_GetFileContent("/etc/hostname", host, (int)sizeof host);
+    COM_UNIT_INFO unit;
+    int result;
 
     (void)unused;
-    COM_GetKernelVersion(kernel, rest);
-    printf("unit: host %s, kernel %s\n", host, kernel);
+    memset(&unit, 0, sizeof unit);
+    result = COM_GetUnitInfo(&unit, "auto");
+    printf("unit: host %s, model %s, ip %s on %s, mac %s\n", unit.name, unit.model, unit.ip,
+           unit.dev, unit.mac);
     return result;
 }
 
