@@ -117,4 +117,8 @@ if(NOT DVR_SANITIZE AND NOT DVR_TSAN AND NOT DVR_FUZZ)
     ${PROJECT_BINARY_DIR} ${CMAKE_C_COMPILER} "${CMAKE_CROSSCOMPILING_EMULATOR}" "${CMAKE_TOOLCHAIN_FILE}")
   set_tests_properties(install.packages install.example PROPERTIES
     RESOURCE_LOCK dvr_install TIMEOUT 300)
+  if(DVR_BOARD)
+    set_tests_properties(install.example PROPERTIES
+      ENVIRONMENT "DVR_SYSROOT_LIBDIR=${DVR_TIRPC_BOARD_PREFIX}/lib")
+  endif()
 endif()

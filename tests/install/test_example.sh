@@ -39,6 +39,12 @@ export PKG_CONFIG_LIBDIR=$root/usr/lib/pkgconfig PKG_CONFIG_SYSROOT_DIR=$root
 pkg-config --validate dvrmodules
 [ "$(pkg-config --modversion dvrmodules)" = 1.0.0 ]
 flags=(-std=c99 -Wall -Wextra -Werror)
+# Where the board's libraries that a static link needs (libtirpc) stand when
+# they are not in the toolchain's own folders: the board's sysroot.
+if [ -n "${DVR_SYSROOT_LIBDIR:-}" ]; then
+  flags+=(-L"$DVR_SYSROOT_LIBDIR")
+  export LDFLAGS="-L$DVR_SYSROOT_LIBDIR"
+fi
 "$cc" "${flags[@]}" "$src/examples/recorder_info.c" $(pkg-config --cflags --libs dvrmodules) \
   -o "$tmp/pc_shared"
 "$cc" "${flags[@]}" -static "$src/examples/recorder_info.c" \
