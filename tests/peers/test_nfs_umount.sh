@@ -58,7 +58,8 @@ cat <&3 >/dev/null
 wait "$tcpdump_pid" || true
 # Every UMNT call on the wire, decoded by tshark: transport, program,
 # version, procedure, credential flavour (1: AUTH_UNIX), path.
-tshark -r "$work/umnt.pcap" -Y 'mount && rpc.msgtyp == 0' -E occurrence=f \
+tshark -r "$work/umnt.pcap" -d tcp.port==$port,rpc -d udp.port==$port,rpc \
+  -Y 'mount && rpc.msgtyp == 0' -E occurrence=f \
   -T fields -e frame.protocols -e rpc.program -e rpc.programversion -e rpc.procedure \
   -e rpc.auth.flavor -e mount.path 2>/dev/null |
   sed -E 's/^[^\t]*:(tcp|udp):[^\t]*/\1/' >"$work/calls.txt"

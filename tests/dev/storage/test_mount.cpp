@@ -66,18 +66,6 @@ TEST(FsArray, EnabledByProcFilesystems)
     EXPECT_EQ(second, log);
 }
 
-TEST(FsArray, Table)
-{
-    const char *names[] = {"ext3",  "ext2",    "vfat",  "fat", "xfs",
-                           "jffs2", "iso9660", "smbfs", "nfs", "tmpfs"};
-    for (int i = 0; i < DEV_FS_COUNT; ++i) {
-        EXPECT_STREQ(gFsArray[i].name, names[i]);
-        EXPECT_EQ(gFsArray[i].flags, i == 6 ? 0x1u : i == 8 ? 0u : 0x400u) << i;
-        EXPECT_EQ(gFsArray[i].options != nullptr, i == 8) << i;
-    }
-    EXPECT_STREQ(gFsArray[8].options, "rw,rsize=1048576,wsize=1048576,soft,tcp,nolock,noatime");
-}
-
 TEST(ProcPartitions, LineNamesDevice)
 {
     const std::tuple<const char *, const char *, bool> cases[] = {
