@@ -9,13 +9,13 @@ mount -t proc proc /proc
 mount -t sysfs sysfs /sys
 mount -t devtmpfs devtmpfs /dev
 
-# Waits, for at most 30 s each, until each path exists.
+# Waits, for at most 60 s each, until each path exists.
 wait_for() {
   for path in "$@"; do
     n=0
     while [ ! -e "$path" ]; do
       n=$((n + 1))
-      [ $n -le 300 ] || { echo "init: $path never came" >/dev/ttyS1; break; }
+      [ $n -le 600 ] || { echo "init: $path never came" >/dev/ttyS1; break; }
       sleep 0.1
     done
   done
