@@ -13,6 +13,7 @@ packages=(
   apache2 apache2-utils nginx python3-gi gir1.2-gst-rtsp-server-1.0
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good curl
   libtirpc-dev dpkg-dev xfsprogs btrfs-progs fdisk rpcbind tcpdump tshark
+  qemu-system-x86 xorriso dosfstools e2fsprogs cpio xz-utils
 )
 
 missing=()
