@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <strings.h>
+#include <sys/mman.h>
 
 #include "com_log.h"
 
@@ -32,6 +33,27 @@ int numberAt(const char *p, const char *end)
         value = std::min<int64_t>(value * 10 + (*p - '0'), INT_MAX);
     }
     return static_cast<int>(value);
+}
+
+// An announced answer up to this size is given its whole room at once.
+constexpr int64_t kOneStep = int64_t{128} << 20;
+constexpr uintptr_t kLargePage = uintptr_t{2} << 20;
+
+// Asks for large pages over the whole large pages inside [from, to): a long
+// answer then faults a page per 2 MiB instead of per 4 KiB. Only advice.
+void preferLargePages(char *from, char *to)
+{
+#ifdef MADV_HUGEPAGE
+    const uintptr_t begin =
+        (reinterpret_cast<uintptr_t>(from) + kLargePage - 1) & ~(kLargePage - 1);
+    const uintptr_t end = reinterpret_cast<uintptr_t>(to) & ~(kLargePage - 1);
+    if (end > begin) {
+        madvise(reinterpret_cast<void *>(begin), end - begin, MADV_HUGEPAGE);
+    }
+#else
+    (void)from;
+    (void)to;
+#endif
 }
 
 int endOf(std::string_view block, std::string_view mark)
@@ -71,32 +93,58 @@ int findHeaderEnd(const char *block, int length)
     return crlf > 0 ? crlf : endOf(text, kLfEnd);
 }
 
+char *Answer::room(int length)
+{
+    // One byte more than the content is kept, so the terminator always fits.
+    const int64_t need = static_cast<int64_t>(stored_) + length + 1;
+    if (need <= capacity_) {
+        return *owner_ + stored_;
+    }
+    if (need > INT_MAX) {
+        return nullptr;
+    }
+    int64_t roomy =
+        std::max<int64_t>(need, static_cast<int64_t>(stored_) + stored_ / 2 + kRequestSize);
+    if (expected_ >= need) {
+        roomy = std::min<int64_t>(std::max<int64_t>(roomy, kOneStep), expected_);
+    }
+    roomy = std::min<int64_t>(roomy, INT_MAX);
+    // The offset is the new size: the block grows without clearing its new
+    // room, which the receive writes into at once.
+    for (const int64_t size : {roomy, need}) {
+        if (size >= need && COM_ReallocAndCopyBuf(static_cast<int>(size), owner_,
+                                                  static_cast<int>(size), nullptr, 0) != nullptr) {
+            capacity_ = static_cast<int>(size);
+            if (size == expected_) {
+                preferLargePages(*owner_ + stored_, *owner_ + capacity_);
+            }
+            return *owner_ + stored_;
+        }
+        // An announced size that can't be had is not asked for again.
+        expected_ = -1;
+    }
+    return nullptr;
+}
+
+void Answer::reportLost(const char *func, int length) const
+{
+    COM_LOG(func, "COM_ReallocAndCopyBuf(%d) error\n",
+            static_cast<int>(std::min<int64_t>(static_cast<int64_t>(stored_) + length, INT_MAX)));
+}
+
 bool Answer::append(const char *func, const char *bytes, int length)
 {
     if (length <= 0) {
         return true;
     }
-    // One byte more than the content is kept, so the terminator always fits.
-    const int64_t need = static_cast<int64_t>(stored_) + length + 1;
-    if (need <= capacity_) {
-        memcpy(*owner_ + stored_, bytes, static_cast<size_t>(length));
-        stored_ += length;
-        return true;
+    char *at = room(length);
+    if (at == nullptr) {
+        reportLost(func, length);
+        return false;
     }
-    const int64_t roomy = std::min<int64_t>(
-        std::max<int64_t>(need, static_cast<int64_t>(stored_) + stored_ / 4 + kRequestSize),
-        INT_MAX);
-    for (const int64_t size : {roomy, need}) {
-        if (size >= need && COM_ReallocAndCopyBuf(static_cast<int>(size), owner_, stored_, bytes,
-                                                  length) != nullptr) {
-            capacity_ = static_cast<int>(size);
-            stored_ += length;
-            return true;
-        }
-    }
-    COM_LOG(func, "COM_ReallocAndCopyBuf(%d) error\n",
-            static_cast<int>(std::min<int64_t>(need - 1, INT_MAX)));
-    return false;
+    memcpy(at, bytes, static_cast<size_t>(length));
+    stored_ += length;
+    return true;
 }
 
 int Answer::finish(const char *func)
@@ -104,9 +152,11 @@ int Answer::finish(const char *func)
     if (stored_ == 0) {
         return 0;
     }
-    // The byte behind the content is zero already (a grown block is cleared
-    // behind what it holds); trimming the spare room may fail harmlessly.
-    COM_ReallocAndCopyBuf(stored_ + 1, owner_, stored_, "", 1);
+    // Trims the spare room and writes the terminator; a failed trim leaves
+    // the block as large as it was, with room for the terminator kept.
+    if (COM_ReallocAndCopyBuf(stored_ + 1, owner_, stored_, "", 1) == nullptr) {
+        (*owner_)[stored_] = '\0';
+    }
     return stored_ + 1;
 }
 

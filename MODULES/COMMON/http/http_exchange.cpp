@@ -39,39 +39,55 @@ struct Block {
     int size;
 };
 
+// One block: taken at once when it is there (a wait would return at once,
+// and a long answer costs half the calls), otherwise after a wait for it.
+// -2 when the waits ran out.
+ssize_t receiveBlock(int fd, char *into, int size, int &failedWaits)
+{
+    for (;;) {
+        const ssize_t n = recv(fd, into, static_cast<size_t>(size), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n >= 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) {
+            return n;
+        }
+        timeval tv{kReadWaitSeconds, 0};
+        if (waitFor(fd, false, tv) > 0) {
+            return recv(fd, into, static_cast<size_t>(size), MSG_NOSIGNAL);
+        }
+        if (++failedWaits > kFailedWaitLimit) {
+            return -2;
+        }
+    }
+}
+
 // Reads blocks until the peer closes, an error, two failed waits, or the
 // body reaches its Content-Length. Only the bytes after the header end go to
-// the answer, unless keepHeader asks for the header too.
+// the answer, unless keepHeader asks for the header too. Body blocks are
+// received straight into the answer's room.
 void receiveAnswer(const char *func, int fd, Block block, bool keepHeader, http::Answer &answer)
 {
     int failedWaits = 0, contentLength = -1;
     int64_t body = 0;
     bool headerDone = false;
     for (;;) {
-        // A block that is there already is taken without a wait: the wait
-        // would return at once, and a long answer costs half the calls.
-        ssize_t n =
-            recv(fd, block.bytes, static_cast<size_t>(block.size), MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            timeval tv{kReadWaitSeconds, 0};
-            if (waitFor(fd, false, tv) <= 0) {
-                if (++failedWaits > kFailedWaitLimit) {
-                    return;
-                }
-                continue;
-            }
-            n = recv(fd, block.bytes, static_cast<size_t>(block.size), MSG_NOSIGNAL);
-        }
-        if (n == 0) {
+        char *direct = headerDone ? answer.room(block.size) : nullptr;
+        const ssize_t n =
+            receiveBlock(fd, direct != nullptr ? direct : block.bytes, block.size, failedWaits);
+        if (n == 0 || n == -2) {
             return;
         }
         if (n < 0) {
             COM_LOG_FAILED_CALL(func, "recv() = %d : %s\n", static_cast<int>(n));
             return;
         }
-        const char *rest = block.bytes;
         int length = static_cast<int>(n);
-        if (!headerDone) {
+        if (headerDone) {
+            if (direct != nullptr) {
+                answer.commit(length);
+            } else {
+                answer.reportLost(func, length);
+            }
+        } else {
+            const char *rest = block.bytes;
             if (contentLength == -1) {
                 contentLength = http::scanContentLength(rest, length);
             }
@@ -80,19 +96,25 @@ void receiveAnswer(const char *func, int fd, Block block, bool keepHeader, http:
             if (keepHeader) {
                 answer.append(func, rest, header);
             }
-            rest += header;
-            length -= header;
             headerDone = end > 0;
-            if (headerDone && length == 0 && contentLength == 0) {
+            length -= header;
+            if (!headerDone) {
+                continue;
+            }
+            if (contentLength >= 0) {
+                // Room for the announced body and one block more: the last
+                // receive may take a whole block beyond the body's end.
+                answer.expect(static_cast<int64_t>(answer.stored()) + contentLength + block.size +
+                              1);
+            }
+            if (length == 0 && contentLength == 0) {
                 return;
             }
+            answer.append(func, rest + header, length);
         }
-        if (headerDone && length > 0) {
-            answer.append(func, rest, length);
-            body += length;
-            if (contentLength >= 0 && body >= contentLength) {
-                return;
-            }
+        body += length;
+        if (contentLength >= 0 && body >= contentLength) {
+            return;
         }
     }
 }

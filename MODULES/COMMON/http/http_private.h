@@ -4,6 +4,7 @@
 #define DVR_HTTP_PRIVATE_H
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 #include "COMMON.h"
@@ -44,14 +45,23 @@ int scanContentLength(const char *block, int length);
 int findHeaderEnd(const char *block, int length);
 
 // A growing answer in the caller's heap block: grown through
-// COM_ReallocAndCopyBuf by a quarter of what it holds at a time, so that a
-// long answer costs few reallocations and at most a quarter more memory.
+// COM_ReallocAndCopyBuf by half of what it holds at a time (never past the
+// size the answer announced), so that a long answer costs few reallocations.
 class Answer {
 public:
     explicit Answer(char **owner) : owner_(owner) {}
     // Appends; false (reported under func) when the block couldn't grow and
     // the bytes were dropped.
     bool append(const char *func, const char *bytes, int length);
+    // Room for length more bytes behind the content, to be filled and then
+    // counted by commit(); null when the block couldn't grow.
+    char *room(int length);
+    void commit(int length) { stored_ += length; }
+    // Reports length bytes that were dropped because the block couldn't grow.
+    void reportLost(const char *func, int length) const;
+    // The block size a complete answer needs with its terminator, when known:
+    // growth stops there.
+    void expect(int64_t size) { expected_ = size; }
     // Appends the terminating zero, trimming the block to its content. The
     // stored count with the zero, or 0 when nothing was stored.
     int finish(const char *func);
@@ -61,6 +71,7 @@ private:
     char **owner_;
     int stored_ = 0;
     int capacity_ = 0;
+    int64_t expected_ = -1;
 };
 
 } // namespace http
