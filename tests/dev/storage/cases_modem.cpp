@@ -1,6 +1,5 @@
-// Operations of the modem case files (tests/cases/modem): the driver loading,
-// with insmod, rmmod and mknod stood in for by the scripts of
-// tests/data/modem/bin, which record their calls in $T/calls.
+// Operations of the modem case files: insmod, rmmod and mknod are the scripts
+// of tests/data/modem/bin, which record their calls in $T/calls.
 #include <cstdlib>
 #include <filesystem>
 
@@ -13,8 +12,7 @@ using cases::Args;
 const std::string kModem = DVR_TEST_DATA_DIR "/modem";
 
 const cases::Register ops({
-    // The case's machine under $T: the USB list named, the port list and the
-    // nodes in $T, insmod and the module present.
+    // The USB list named; port list and nodes under $T; insmod and module there.
     {"modemroot",
      [](Args &a) {
          for (const std::string dir : {"/proc/tty/driver", "/dev"}) {
@@ -26,8 +24,7 @@ const cases::Register ops({
          fake::redirect("/lib/modules/gsm_modem.ko", a.tmp->write("gsm_modem.ko", ""));
          return std::string();
      }},
-    // The result, the path and the time slept, with the stand-ins alone on
-    // PATH and sleeps on the fake clock.
+    // Result, path and time slept, with the stand-ins alone on PATH.
     {"Insert3gModemDriver",
      [](Args &a) {
          const char *saved = getenv("PATH");
@@ -43,7 +40,6 @@ const cases::Register ops({
          return std::to_string(result) + " " + cases::q(dev) + " " +
                 std::to_string(slept / 1'000'000) + " ms";
      }},
-    // What the stand-ins were asked to do since the last look.
     {"calls",
      [](Args &a) {
          const std::string calls = fake::readFile(a.tmp->file("calls"));
