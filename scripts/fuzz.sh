@@ -20,12 +20,13 @@ cmake --build --preset fuzz
 out=build/fuzz/runs
 mkdir -p "$out"
 for target in dns_reply media_headers text_extract http_answer net_text mount_table \
-  proc_partitions ide_text; do
+  proc_partitions ide_text usb_modem_text; do
   corpus="$out/corpus_$target"
   mkdir -p "$corpus"
   seeds=()
   [ "$target" = media_headers ] && seeds=(tests/data/media)
   [ "$target" = ide_text ] && seeds=(tests/data/storage/fuzz_seeds)
+  [ "$target" = usb_modem_text ] && seeds=(tests/data/modem)
   echo "== fuzz_$target, $runs runs"
   # The library logs what it finds odd; the log is not the fuzzer's business.
   build/fuzz/fuzz/fuzz_$target -runs="$runs" -seed=1 "$corpus" "${seeds[@]}" >"$out/$target.log" 2>&1 \

@@ -390,6 +390,32 @@ int Dev_ConvertMajorMinor(int major, int minor, char *pName);
  * outside). */
 void Dev_AppendDiskLetters(int index, char *pName, int carry);
 
+/* ===================================================== media eject */
+
+/* pDev names the device in the progress lines, which go to standard output;
+ * fd is the device's open node. EjectCdrom gives the result of CDROMEJECT, 0
+ * when done. EjectScsi unlocks and opens the tray by SG_IO: 0 when done, -1
+ * when fd is no SCSI generic device of driver version 30000 or later, or the
+ * result of the request that failed. */
+int EjectCdrom(const char *pDev, int fd);
+int EjectScsi(const char *pDev, int fd);
+/* Ejects every USB optical drive that holds a CD-ROM, the one disc the
+ * recorder can't export to: 0 when at least one was ejected, else -1. */
+int Dev_EjectUsbCdrom(void);
+/* Run before the sweep enumerates; does nothing and gives 0. */
+int Dev_RescanScsiBus(void);
+
+/* ===================================================== 3G modem */
+
+/* The buffer of Dev_Insert3gModemDriver holds DEV_TTY_PATH_SIZE bytes. */
+#define DEV_TTY_PATH_SIZE 16
+/* Loads /lib/modules/gsm_modem.ko for the first USB device with an interface
+ * that has no driver and whose numbers give a serial port, and writes that
+ * port's node path ("/dev/ttyUSB<n>", made if missing) into pDev. 0 when a
+ * port is ready; -1 with pDev empty otherwise. Runs insmod, rmmod and mknod
+ * as found on PATH; one caller at a time. */
+int Dev_Insert3gModemDriver(char *pDev);
+
 #if defined(__GNUC__)
 #pragma GCC visibility pop
 #endif

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <algorithm>
 #include <fcntl.h>
+#include <linux/cdrom.h>
 #include <linux/fs.h>
 #include <scsi/scsi.h>
 #include <scsi/scsi_ioctl.h>
@@ -42,6 +43,9 @@ int ScsiNode::ioctl(unsigned long code, void *arg)
         return 0;
     case BLKGETSIZE:
         *static_cast<unsigned long *>(arg) = static_cast<unsigned long>(bytes / 512);
+        return 0;
+    case CDROMEJECT: // the tray opens; so does a new reading of the partitions
+    case BLKRRPART:
         return 0;
     case SCSI_IOCTL_PROBE_HOST: { // the kernel's reply: the text, cut to the length in word 0
         if (hostText.empty()) {
