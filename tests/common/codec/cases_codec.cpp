@@ -221,7 +221,7 @@ const cases::Register ops({
      }},
     {"Rbsp", rbsp},
     {"Reverse8", [](Args &a) { return hex(COM_ReverseBits8(static_cast<uint8_t>(a.n(0)))); }},
-    {"Swap32", [](Args &a) { return hex(COM_SwapBytes32(static_cast<uint32_t>(a.n(0)))); }},
+    {"Swap32", [](Args &a) { return hex(COM_SwapBytes32(std::stoul(a.str(0), nullptr, 16))); }},
     // Result, width, height, fps.
     {"Vol",
      [](Args &a) {
