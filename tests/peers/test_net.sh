@@ -45,16 +45,16 @@ ip neigh add 10.1.0.78 dev eth0 nud incomplete
 run() { # table filter
   DVR_NET_TABLE=$1 ${DVR_EMULATOR:-} "$program" --gtest_filter="$2"
 }
-run lan 'NetPeer.*'
+run lan 'NetPeer.*:Cases_netpeer.lan'
 
 # A point-to-point link carries the default route, with no gateway.
 ip route del default
 ip addr add 10.9.0.1 peer 10.9.0.2 dev pp0
 ip route add default dev pp0
 printf 'nameserver 10.0.0.53\n' >/etc/resolv.conf
-run p2p 'NetPeer.Queries'
+run p2p 'Cases_netpeer.p2p'
 
 # No default route; the first name-server line has no address.
 ip route del default
 printf 'nameserver\nnameserver 10.0.0.60\n' >/etc/resolv.conf
-run bare 'NetPeer.Queries'
+run bare 'Cases_netpeer.bare'

@@ -1,4 +1,4 @@
-// Network queries, unit identity and link-level broadcasts against the real
+// Interface lists, unit identity and link-level broadcasts against the real
 // kernel: NetPeer runs inside tests/peers/test_net.sh, whose namespaces hold
 // the interfaces, routes, neighbours and /etc files named here.
 #include <gtest/gtest.h>
@@ -21,11 +21,6 @@ namespace {
 
 constexpr uint16_t kPort = 0xABCD;
 constexpr uint16_t kMarkerType = 0x88B5;
-
-std::string quiet(const std::function<void()> &fn)
-{
-    return fake::withoutLineNumbers(fake::captureStdout(fn));
-}
 
 std::string hex(const uint8_t *bytes, size_t n)
 {
@@ -61,80 +56,9 @@ protected:
     }
 };
 
-// The flag's out buffer, rendered as the data file writes it.
-std::string render(int flag, const std::string &expected, const uint8_t *out)
-{
-    if (expected.rfind("hex:", 0) == 0) {
-        return "hex:" + hex(out, (expected.size() - 4) / 2);
-    }
-    if (expected.rfind("int:", 0) == 0) {
-        int32_t value;
-        memcpy(&value, out, sizeof value);
-        return "int:" + std::to_string(value);
-    }
-    return std::string(reinterpret_cast<const char *>(out), strnlen((const char *)out, 32));
-}
-
-TEST_F(NetPeer, Queries)
-{
-    std::ifstream table(DVR_TEST_DATA_DIR "/net/queries.txt");
-    const std::string wanted = std::string(getenv("DVR_NET_TABLE")) + "|";
-    int rows = 0;
-    for (std::string line; std::getline(table, line);) {
-        if (line.rfind(wanted, 0) != 0) {
-            continue;
-        }
-        std::vector<std::string> f;
-        for (size_t at = wanted.size(), bar; at <= line.size(); at = bar + 1) {
-            bar = std::min(line.find('|', at), line.size());
-            f.push_back(line.substr(at, bar - at));
-        }
-        ASSERT_EQ(f.size(), 5u) << line;
-        std::string log = f[4];
-        for (size_t nl; (nl = log.find("\\n")) != std::string::npos;) {
-            log.replace(nl, 2, "\n");
-        }
-        uint8_t out[32];
-        memset(out, 0x5A, sizeof out);
-        const int flag = std::stoi(f[0]);
-        int result = 0;
-        EXPECT_EQ(quiet([&] {
-                      result = COM_GetNetInfo(flag, f[1] == "-" ? nullptr : f[1].c_str(), out);
-                  }),
-                  log)
-            << line;
-        EXPECT_EQ(result, std::stoi(f[2])) << line;
-        EXPECT_EQ(render(flag, f[3], out), f[3]) << line;
-        ++rows;
-    }
-    EXPECT_GT(rows, 0);
-}
-
 void writeEtc(const char *path, const char *text)
 {
     std::ofstream(path) << text;
-}
-
-TEST_F(NetPeer, AutoChoosesByTheInterfacesFile)
-{
-    const struct {
-        const char *text;
-        const char *device;
-    } cases[] = {
-        {"auto eth0\niface eth0 inet dhcp\n", "eth0"},
-        {"iface eth0 inet static\n", "eth0"},
-        {"auto eth0\nauto lo\n", "ppp0"},
-        {"iface ppp0 inet ppp\n# autostart\n", "ppp0"},
-    };
-    for (const auto &c : cases) {
-        writeEtc("/etc/network/interfaces", c.text);
-        EXPECT_STREQ(COM_ChooseNetDevice("auto"), c.device) << c.text;
-    }
-    EXPECT_STREQ(COM_ChooseNetDevice(nullptr), "eth0");
-    EXPECT_STREQ(COM_ChooseNetDevice("Auto"), "Auto");
-    unlink("/etc/network/interfaces");
-    EXPECT_EQ(quiet([] { EXPECT_STREQ(COM_ChooseNetDevice("auto"), "eth0"); }),
-              "etc_net.cpp,N: fopen(/etc/network/interfaces) error : No such file or directory\n");
 }
 
 TEST_F(NetPeer, InterfaceListsDropPointsAndDashes)
@@ -145,12 +69,12 @@ TEST_F(NetPeer, InterfaceListsDropPointsAndDashes)
     std::sort(got.begin(), got.end());
     EXPECT_EQ(got, (std::vector<std::string>{"bare0", "bare1", "eth0", "lo", "peer0", "pp0", "pp1",
                                              "wan5x", "wanpeer"}));
-    EXPECT_EQ(quiet([&] { EXPECT_EQ(COM_GetNetDevices(&names), -1); }),
+    EXPECT_EQ(fake::logOf([&] { EXPECT_EQ(COM_GetNetDevices(&names), -1); }),
               "dev_list.cpp,N:COM_GetDeviceFromProc(): Warnning!! (*pBuf != NULL)\n");
     free(names);
     names = nullptr;
     // The kernel here has no wireless extensions: no table.
-    EXPECT_EQ(quiet([&] { EXPECT_EQ(COM_GetWirelessDevices(&names), -1); }),
+    EXPECT_EQ(fake::logOf([&] { EXPECT_EQ(COM_GetWirelessDevices(&names), -1); }),
               "dev_list.cpp,N:COM_GetDeviceFromProc(): fopen(/proc/net/wireless) error : No such "
               "file or directory\n");
     writeEtc("/etc/net_dev_empty", "Inter-|   Receive\n face |bytes\n");
@@ -192,7 +116,7 @@ TEST_F(NetPeer, UnitRecordFromFilesAndQueries)
     EXPECT_EQ(COM_GetUnitInfo(&unit, "auto"), -1);
     EXPECT_EQ(unit.reserved, 0x5A5A5A5Au);
     EXPECT_EQ(unit.mtu, 1600);
-    EXPECT_EQ(quiet([&] { COM_ShowAllUnitInfo(1, &unit); }),
+    EXPECT_EQ(fake::logOf([&] { COM_ShowAllUnitInfo(1, &unit); }),
               "unit_info.cpp,N:COM_ShowAllUnitInfo(): [1/1]\n"
               "unit_info.cpp,N: (model, proj, name) = (DVR-16, harbour, dvr-unit)\n"
               "unit_info.cpp,N: (ip, trigger_port, netmask) = (10.1.0.5, 80, 255.255.255.0)\n"
@@ -205,21 +129,16 @@ TEST_F(NetPeer, UnitRecordFromFilesAndQueries)
     EXPECT_EQ(COM_SetUnitInfo(&unit), 0);
     EXPECT_EQ(COM_SetUnitPort(1234567890), 0);
     EXPECT_EQ(fake::readFile("/etc/Port"), "1234567");
-    char port[8];
-    EXPECT_EQ(COM_GetUnitPort(port, sizeof port), 0);
-    EXPECT_STREQ(port, "1234567");
-    char model[4];
-    EXPECT_EQ(COM_GetUnitModel(model, sizeof model), 0);
-    EXPECT_STREQ(model, "DVR");
+    char port[8], model[4];
+    EXPECT_EQ(COM_GetUnitPort(port, sizeof port) + COM_GetUnitModel(model, sizeof model), 0);
+    EXPECT_EQ(std::string(port) + " " + model, "1234567 DVR");
 
     // Without /etc/Model and on an interface with no address: ip and netmask
     // fall back, and the model is unknown.
     unlink("/etc/Model");
     EXPECT_EQ(COM_GetUnitInfo(&unit, "bare0"), -3);
-    EXPECT_STREQ(unit.model, "unknown");
-    EXPECT_STREQ(unit.ip, "000.000.000.000");
-    EXPECT_STREQ(unit.note, "rack 4");
-    EXPECT_STREQ(unit.dev, "bare0");
+    EXPECT_EQ(std::string(unit.model) + " " + unit.ip + " " + unit.note + " " + unit.dev,
+              "unknown 000.000.000.000 rack 4 bare0");
 
     COM_UNIT_INFO other = unit;
     snprintf(unit.ip, sizeof unit.ip, "10.1.0.5");
@@ -230,58 +149,44 @@ TEST_F(NetPeer, UnitRecordFromFilesAndQueries)
     EXPECT_EQ(asNobody([] { return COM_SetUnitName("x") == -1 ? 0 : 1; }), 0);
 }
 
-// Frames that a capture socket on the peer end of a veth pair receives until
-// the marker frame sent behind them arrives.
-class Capture {
-public:
-    explicit Capture(const char *peer)
-        : sock_(socket(AF_PACKET, SOCK_RAW, htons(ETH_P_ALL))), index_(if_nametoindex(peer))
-    {
-        struct sockaddr_ll at {};
-        at.sll_family = AF_PACKET;
-        at.sll_protocol = htons(ETH_P_ALL);
-        at.sll_ifindex = static_cast<int>(index_);
-        EXPECT_EQ(bind(sock_, reinterpret_cast<sockaddr *>(&at), sizeof at), 0);
-    }
-    ~Capture() { close(sock_); }
-    // Sends the marker from the sending end, then collects the IP frames.
-    std::vector<std::vector<uint8_t>> frames(const char *sender)
-    {
-        struct sockaddr_ll to {};
-        to.sll_family = AF_PACKET;
-        to.sll_ifindex = static_cast<int>(if_nametoindex(sender));
-        to.sll_halen = 6;
-        uint8_t marker[60] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-        marker[12] = kMarkerType >> 8;
-        marker[13] = kMarkerType & 0xFF;
-        const int out = socket(AF_PACKET, SOCK_RAW, 0);
-        EXPECT_EQ(
-            sendto(out, marker, sizeof marker, 0, reinterpret_cast<sockaddr *>(&to), sizeof to),
-            static_cast<ssize_t>(sizeof marker));
-        close(out);
-        std::vector<std::vector<uint8_t>> got;
-        // The marker arrives behind everything sent before it; the time
-        // limit only keeps a lost marker from hanging the test.
-        for (struct pollfd p = {sock_, POLLIN, 0}; poll(&p, 1, 5000) == 1;) {
-            std::vector<uint8_t> frame(2048);
-            const ssize_t n = recv(sock_, frame.data(), frame.size(), 0);
-            frame.resize(static_cast<size_t>(std::max<ssize_t>(n, 0)));
-            if (frame.size() >= 14 && frame[12] == (kMarkerType >> 8) &&
-                frame[13] == (kMarkerType & 0xFF)) {
-                return got;
-            }
-            if (frame.size() >= 14 && frame[12] == 0x08 && frame[13] == 0x00) {
-                got.push_back(frame);
-            }
-        }
-        ADD_FAILURE() << "no marker frame";
-        return got;
-    }
+using Frame = std::vector<uint8_t>;
 
-private:
-    int sock_;
-    unsigned index_;
-};
+// The IP frames that a capture socket on peer receives while send runs, up to
+// the marker frame sent from sender behind them.
+std::vector<Frame> captured(const char *peer, const char *sender, const std::function<void()> &send)
+{
+    const int in = socket(AF_PACKET, SOCK_RAW, htons(ETH_P_ALL)),
+              out = socket(AF_PACKET, SOCK_RAW, 0);
+    sockaddr_ll at{}, to{};
+    at.sll_family = to.sll_family = AF_PACKET;
+    at.sll_protocol = htons(ETH_P_ALL);
+    at.sll_ifindex = static_cast<int>(if_nametoindex(peer));
+    to.sll_ifindex = static_cast<int>(if_nametoindex(sender));
+    to.sll_halen = 6;
+    EXPECT_EQ(bind(in, reinterpret_cast<sockaddr *>(&at), sizeof at), 0);
+    send();
+    Frame marker(60);
+    std::fill_n(marker.begin(), 6, 0xFF);
+    marker[12] = kMarkerType >> 8;
+    marker[13] = kMarkerType & 0xFF;
+    EXPECT_EQ(sendto(out, marker.data(), 60, 0, reinterpret_cast<sockaddr *>(&to), sizeof to), 60);
+    std::vector<Frame> got;
+    bool marked = false;
+    // The marker arrives behind everything sent before it; the time limit
+    // only keeps a lost marker from hanging the test.
+    for (pollfd p = {in, POLLIN, 0}; !marked && poll(&p, 1, 5000) == 1;) {
+        Frame f(2048);
+        f.resize(static_cast<size_t>(std::max<ssize_t>(recv(in, f.data(), f.size(), 0), 0)));
+        marked = f.size() >= 14 && std::equal(f.begin() + 12, f.begin() + 14, &marker[12]);
+        if (f.size() >= 14 && f[12] == 0x08 && f[13] == 0x00) {
+            got.push_back(f);
+        }
+    }
+    EXPECT_TRUE(marked) << "no marker frame";
+    close(in);
+    close(out);
+    return got;
+}
 
 // The Internet checksum computed on big-endian 16-bit numbers.
 uint16_t sum16(const std::vector<uint8_t> &bytes)
@@ -296,43 +201,29 @@ uint16_t sum16(const std::vector<uint8_t> &bytes)
     return static_cast<uint16_t>(~sum);
 }
 
-uint16_t be16(const std::vector<uint8_t> &f, size_t at)
-{
-    return static_cast<uint16_t>(f[at] << 8 | f[at + 1]);
-}
-
-// Checks one captured frame: Ethernet broadcast from mac, then every field.
+// Checks one captured frame: Ethernet broadcast from mac, then every field;
+// a header with a right checksum sums to 0.
 void checkFrame(const std::vector<uint8_t> &f, const std::string &mac, const char *from,
                 const char *to, const std::vector<uint8_t> &payload)
 {
     const size_t n = payload.size();
-    ASSERT_EQ(f.size(), 14 + 28 + n);
-    EXPECT_EQ(hex(f.data(), 14), "ffffffffffff" + mac + "0800");
-    std::vector<uint8_t> ip(f.begin() + 14, f.begin() + 34);
-    EXPECT_EQ(hex(ip.data(), 10),
-              "45"
-              "00" +
-                  hex(std::vector<uint8_t>{uint8_t((n + 28) >> 8), uint8_t(n + 28)}.data(), 2) +
-                  "0000"
-                  "0000"
-                  "40"
-                  "11");
+    ASSERT_EQ(f.size(), 42 + n);
     in_addr a{}, b{};
     inet_aton(from, &a);
     inet_aton(to, &b);
-    EXPECT_EQ(memcmp(&ip[12], &a, 4), 0) << from;
-    EXPECT_EQ(memcmp(&ip[16], &b, 4), 0) << to;
-    const uint16_t ipSum = be16(ip, 10);
-    ip[10] = ip[11] = 0;
-    EXPECT_EQ(ipSum, sum16(ip));
-    EXPECT_EQ(be16(f, 34), kPort);
-    EXPECT_EQ(be16(f, 36), kPort);
-    EXPECT_EQ(be16(f, 38), n + 8);
-    std::vector<uint8_t> pseudo(ip.begin() + 12, ip.begin() + 20);
+    char fields[100];
+    snprintf(fields, sizeof fields,
+             "ffffffffffff%s0800 4500%04zx000000004011 %08x%08x %04x%04x%04zx", mac.c_str(), n + 28,
+             ntohl(a.s_addr), ntohl(b.s_addr), kPort, kPort, n + 8);
+    const std::string h = hex(f.data(), 42);
+    EXPECT_EQ(h.substr(0, 28) + " " + h.substr(28, 20) + " " + h.substr(52, 16) + " " +
+                  h.substr(68, 12),
+              fields);
+    EXPECT_EQ(sum16({f.begin() + 14, f.begin() + 34}), 0);
+    std::vector<uint8_t> pseudo(f.begin() + 26, f.begin() + 34);
     pseudo.insert(pseudo.end(), {0, 17, uint8_t((n + 8) >> 8), uint8_t(n + 8)});
     pseudo.insert(pseudo.end(), f.begin() + 34, f.end());
-    pseudo[12 + 6] = pseudo[12 + 7] = 0;
-    EXPECT_EQ(be16(f, 40), sum16(pseudo));
+    EXPECT_EQ(sum16(pseudo), 0);
     EXPECT_TRUE(std::equal(payload.begin(), payload.end(), f.begin() + 42));
 }
 
@@ -343,42 +234,43 @@ TEST_F(NetPeer, BroadcastOnTheWire)
         for (size_t i = 0; i < n; ++i) {
             payload[i] = static_cast<uint8_t>(i * 7 + 3);
         }
-        Capture capture("peer0");
-        EXPECT_EQ(
-            quiet([&] { EXPECT_EQ(COM_SendUDPBroadcast("eth0", kPort, payload.data(), n), 0); }),
-            "");
-        const auto frames = capture.frames("eth0");
+        std::string log = "not sent";
+        const auto frames = captured("peer0", "eth0", [&] {
+            log = fake::logOf(
+                [&] { EXPECT_EQ(COM_SendUDPBroadcast("eth0", kPort, payload.data(), n), 0); });
+        });
+        EXPECT_EQ(log, "");
         ASSERT_EQ(frames.size(), 2u) << n;
         checkFrame(frames[0], "02aabbccdd01", "0.0.0.0", "255.255.255.255", payload);
         checkFrame(frames[1], "02aabbccdd01", "10.1.0.5", "10.1.0.255", payload);
     }
 }
 
+// Too long, and without a name the kernel has no interface to send on
+// (index 0): the first send fails, silently, and nothing goes out.
 TEST_F(NetPeer, BroadcastLimits)
 {
     const std::vector<uint8_t> payload(1501, 0xEE);
-    Capture capture("peer0");
-    EXPECT_EQ(
-        quiet([&] { EXPECT_EQ(COM_SendUDPBroadcast("eth0", kPort, payload.data(), 1501), -1); }),
-        "udp_broadcast.cpp,N:COM_SendUDPBroadcast(): data_sz[1501] exceed limit[1500]!\n");
-    EXPECT_TRUE(capture.frames("eth0").empty());
-
-    // Without a name the kernel has no interface to send on (index 0): the
-    // first send fails, silently, and nothing goes out.
-    EXPECT_EQ(
-        quiet([&] { EXPECT_EQ(COM_SendUDPBroadcast(nullptr, kPort, payload.data(), 1), -1); }), "");
-    EXPECT_TRUE(capture.frames("eth0").empty());
+    std::string log;
+    EXPECT_TRUE(captured("peer0", "eth0", [&] {
+                    log = fake::logOf([&] {
+                        EXPECT_EQ(COM_SendUDPBroadcast("eth0", kPort, payload.data(), 1501), -1);
+                        EXPECT_EQ(COM_SendUDPBroadcast(nullptr, kPort, payload.data(), 1), -1);
+                    });
+                }).empty());
+    EXPECT_EQ(log,
+              "udp_broadcast.cpp,N:COM_SendUDPBroadcast(): data_sz[1501] exceed limit[1500]!\n");
 
     // No address: only the limited broadcast from 0.0.0.0.
-    Capture bare("bare1");
-    EXPECT_EQ(COM_SendUDPBroadcast("bare0", kPort, payload.data(), 2), 0);
-    const auto frames = bare.frames("bare0");
+    const auto frames = captured("bare1", "bare0", [&] {
+        EXPECT_EQ(COM_SendUDPBroadcast("bare0", kPort, payload.data(), 2), 0);
+    });
     ASSERT_EQ(frames.size(), 1u);
     checkFrame(frames[0], "0200000000b0", "0.0.0.0", "255.255.255.255", {0xEE, 0xEE});
 
     EXPECT_EQ(asNobody([&] {
                   const std::string log =
-                      quiet([&] { COM_SendUDPBroadcast("eth0", kPort, nullptr, 0); });
+                      fake::logOf([&] { COM_SendUDPBroadcast("eth0", kPort, nullptr, 0); });
                   return log == "udp_broadcast.cpp,N:COM_SendUDPBroadcast(): socket(SOCK_DGRAM) "
                                 "failed : Operation not permitted\n"
                              ? 0
