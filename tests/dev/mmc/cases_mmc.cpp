@@ -113,7 +113,8 @@ std::string issued()
     return out.empty() ? "none" : out.substr(0, out.size() - 1);
 }
 
-// A command of up to 12 bytes, named "(sr0) <title>", run as given.
+// A command of up to 12 bytes, named "(sr0) <title>", run as given; perhaps
+// with a sense buffer of another length, or none (0).
 std::string execMmc(Args &a)
 {
     if (a.s(0) == nullptr) {
@@ -124,6 +125,10 @@ std::string execMmc(Args &a)
     const std::string block = a.str(2);
     std::copy_n(block.begin(), std::min(block.size(), sizeof r.block), r.block);
     r.cmd.hdr.cmd_len = static_cast<unsigned char>(std::min(block.size(), sizeof r.block));
+    if (a.size() > 4) {
+        r.cmd.hdr.mx_sb_len = static_cast<unsigned char>(a.n(4));
+        r.cmd.hdr.sbp = a.n(4) != 0 ? r.cmd.hdr.sbp : nullptr;
+    }
     return std::to_string(onNode([&](int fd) { return Dev_ExecMMC(&r.cmd, fd, a.n(0)); }));
 }
 
