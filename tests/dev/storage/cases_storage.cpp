@@ -53,7 +53,8 @@ template <int (*fn)(char *, const char *)> std::string idOf(Args &a)
 {
     char id[DEV_ID_SIZE] = "-";
     a.alias(id, "id");
-    return rc(fn(id, a.s(0))) + " " + q(id);
+    const int result = fn(id, a.s(0));
+    return rc(result) + " " + q(id);
 }
 
 int idViaDev(char *id, const char *dev)
@@ -273,14 +274,15 @@ const cases::Register ops({
          char mpt[DEV_MPT_SIZE] = "-";
          a.alias(mpt, "mpt");
          const int n = static_cast<int>(a.n(1));
-         return rc(a.size() > 1 ? Dev_nGetMPT(a.s(0), mpt, n) : Dev_GetMPT(a.s(0), mpt)) + " " +
-                q(mpt);
+         const int result = a.size() > 1 ? Dev_nGetMPT(a.s(0), mpt, n) : Dev_GetMPT(a.s(0), mpt);
+         return rc(result) + " " + q(mpt);
      }},
     {"DevViaMount",
      [](Args &a) {
          char device[DEV_MPT_SIZE] = "-";
          a.alias(device, "device");
-         return rc(Dev_GetDevViaMount(device, a.s(0))) + " " + q(device);
+         const int result = Dev_GetDevViaMount(device, a.s(0));
+         return rc(result) + " " + q(device);
      }},
     {"Entry", entry},
     {"devWorld", enumeration},
