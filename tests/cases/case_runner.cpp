@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 namespace cases {
 namespace {
@@ -13,6 +14,9 @@ const std::string kMarker = "----";
 // A first line "# runs where NAME=value": the case runs only with that in the
 // environment (the peer scripts set it).
 const std::string kWhere = "# runs where ";
+// "# needs NAME ...": the case runs only where these environment variables
+// are set; ${NAME} stands for the value in the calls and in the transcript.
+const std::string kNeeds = "# needs ";
 
 Table &table()
 {
@@ -140,6 +144,7 @@ public:
         std::vector<std::string> head, calls;
         std::string line, expected;
         bool below = false;
+        std::vector<std::pair<std::string, std::string>> env;
         while (std::getline(in, line)) {
             const size_t is = line.find('=');
             if (head.empty() && line.rfind(kWhere, 0) == 0 &&
@@ -152,11 +157,31 @@ public:
             }
             below = line == kMarker;
             head.push_back(line);
+            if (line.starts_with(kNeeds)) {
+                std::istringstream names(line.substr(kNeeds.size()));
+                for (std::string name; names >> name;) {
+                    if (getenv(name.c_str()) == nullptr) {
+                        GTEST_SKIP() << "runs where " << name << " is set";
+                    }
+                    env.emplace_back("${" + name + "}", getenv(name.c_str()));
+                }
+            }
             if (!below && !line.empty() && line[0] != '#') {
                 calls.push_back(line);
             }
         }
-        const std::string got = transcript(calls);
+        // Longer values first, so that no value is taken for part of another.
+        std::sort(env.begin(), env.end(),
+                  [](const auto &x, const auto &y) { return x.second.size() > y.second.size(); });
+        for (auto &call : calls) {
+            for (const auto &[name, value] : env) {
+                replaceAll(call, name, value);
+            }
+        }
+        std::string got = transcript(calls);
+        for (const auto &[name, value] : env) {
+            replaceAll(got, value, name);
+        }
         if (getenv("DVR_CASES_UPDATE") != nullptr) {
             std::ofstream outFile(file_);
             for (const std::string &h : head) {
@@ -195,6 +220,10 @@ const bool registered = [] {
 Register::Register(Table ops)
 {
     table().merge(ops);
+    for (const auto &[name, op] : ops) { // left over: the name was taken
+        fprintf(stderr, "case operation %s defined twice\n", name.c_str());
+        abort();
+    }
 }
 
 std::string q(const std::string &bytes)

@@ -5,7 +5,9 @@
 //
 // An argument is a bare word or "quoted text" with C escapes, pieces glued
 // together; "x"*40 repeats the piece before it, NULL is a null pointer, $T is
-// the case's temporary directory and $D the test data folder.
+// the case's temporary directory and $D the test data folder. A line
+// "# needs NAME ..." skips the case unless those environment variables are
+// set; ${NAME} then stands for the value in the calls and the transcript.
 #ifndef DVR_CASE_RUNNER_H
 #define DVR_CASE_RUNNER_H
 

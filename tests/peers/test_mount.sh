@@ -67,7 +67,7 @@ c=$(attach "$work/img/c")
 d=$(attach "$work/img/d")
 
 export DVR_MOUNT_WORK=$work DVR_DISK_A=$a DVR_DISK_B=$b DVR_DISK_C=$c DVR_DISK_D=$d
-${DVR_EMULATOR:-} "$program" --gtest_filter='MountPeer.*'
+${DVR_EMULATOR:-} "$program" --gtest_filter='Cases_peers.mount_peer'
 
 # A stand-in for /bin/mount, bound over it in this namespace only, records
 # the NFS mount command line.
@@ -78,4 +78,5 @@ exit 32
 SH
 chmod +x "$work/mount-stand-in"
 mount --bind "$work/mount-stand-in" "$(readlink -f /bin/mount)"
-DVR_MOUNT_ARGS=$work/mount.args ${DVR_EMULATOR:-} "$program" --gtest_filter='MountStandIn.*'
+DVR_MOUNT_ARGS=$work/mount.args \
+  ${DVR_EMULATOR:-} "$program" --gtest_filter='Cases_peers.mount_stand_in'

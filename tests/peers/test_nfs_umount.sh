@@ -51,7 +51,7 @@ pids+=("$responder_PID")
 read -r ready <&"${responder[0]}"
 [ "$ready" = ready ] || { echo "responder did not start"; exit 1; }
 
-DVR_NFS_PEER=$port ${DVR_EMULATOR:-} "$program" --gtest_filter='NfsPeer.*'
+DVR_NFS_PEER=$port ${DVR_EMULATOR:-} "$program" --gtest_filter='Cases_peers.nfs_peer'
 
 kill -TERM "$tcpdump_pid"
 cat <&3 >/dev/null

@@ -32,7 +32,13 @@ attach() { # image size, file system or none
   loop=$(losetup -f --show "$work/$1.img")
   loops+=("$loop")
 }
-statfs_of() { stat -f -c '%t %S %b %f' "$1"; }
+# The statfs figures as stat prints them (type in hex, block size, blocks,
+# free blocks), then total and free bytes.
+statfs_of() {
+  local type size blocks free
+  read -r type size blocks free <<<"$(stat -f -c '%t %S %b %f' "$1")"
+  echo "$type $size $blocks $free $((blocks * size)) $((free * size))"
+}
 
 attach a 8M ext2 && loop_a=$loop
 attach b 6M ext3 && loop_b=$loop
@@ -54,4 +60,4 @@ mount -t ext3 /dev/hdb "$work/mnt/hdb"
 ref_b=$(statfs_of "$work/mnt/hdb")
 
 DVR_STORAGE_PEER=$work DVR_STORAGE_REF_A=$ref_a DVR_STORAGE_REF_B=$ref_b \
-  ${DVR_EMULATOR:-} "$program" --gtest_filter='StoragePeer.*'
+  ${DVR_EMULATOR:-} "$program" --gtest_filter='Cases_peers.storage_peer'

@@ -1,6 +1,6 @@
-// The disk temperature watchdog stepped on the manual fake clock: each pass
-// reads the recorded SMART texts that the test puts in place while the watch
-// thread sleeps.
+// The disk temperature watchdog's thread stepped on the manual fake clock:
+// each pass reads the recorded SMART texts that the test puts in place while
+// the thread sleeps. The states of a disk are in tests/cases/storage.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -14,7 +14,6 @@ namespace {
 constexpr int64_t kStart = 1'000'000'000;
 constexpr int64_t kPeriodNs = 300'000'000'000;
 
-// Callbacks as text: kind, disk index, status at the call, seconds since the start.
 std::string gEvents; // written by the watch thread, read between its passes
 
 template <char kind> int event(int index, DiskTempState *pDisk, int64_t now)
@@ -51,10 +50,10 @@ protected:
 #endif
     }
 
-    // Puts a recorded reading (35 to 55, minus1) in place for disks from..to.
-    void reading(const std::string &name, char from = 'a', char to = 'a')
+    // Puts a recorded reading (35 to 55) in place for disks a to last.
+    void reading(const std::string &name, char last = 'a')
     {
-        for (char letter = from; letter <= to; ++letter) {
+        for (char letter = 'a'; letter <= last; ++letter) {
             dir.write(std::string("hd") + letter + "/smart_values",
                       fake::readFile(DVR_TEST_DATA_DIR "/storage/smart/" + name));
         }
@@ -77,61 +76,36 @@ protected:
     int passes = 0;
 };
 
-// One disk through every state, a pass per reading, as the log of its
-// changes shows ([prev_status -> status]): a hold of 600 s takes three passes;
-// readings between the thresholds take back an unfinished hold.
-TEST_F(DiskTempWatchdog, StatesOfOneDisk)
+// Eight disks at once, a pass per reading, as the log of their changes shows
+// ([prev_status -> status]): a hold of 600 s takes three passes; flapping
+// faster than the hold calls nothing.
+TEST_F(DiskTempWatchdog, EightDisksThroughTheirStates)
 {
-    reading("45");
-    fake::StdoutCapture capture;
-    start();
-    for (const char *r :
-         {"55", "55", "55", "55", "35", "45", "35", "35", "35", "40", "50", "45", "minus1"}) {
-        reading(r);
-        nextPass();
-    }
-    EXPECT_EQ(Dev_DiskTempWatchDogDestroy(&watch), 0);
-    EXPECT_EQ(gEvents, "H0:2@900 C0:4@2700 ");
-    EXPECT_EQ(watch.running, 0);
-    EXPECT_EQ(fake::withoutLineNumbers(capture.text()),
-              fake::logLines("temp_watch.cpp,N:Dev_TempWatchThread(): [hda] ",
-                             "- Temperature = 45 degree\n|: [1 -> 2] : 55 degree\n|: [2 -> 3] : "
-                             "55 degree\n|: [3 -> 4] : 35 degree\n|: [3 -> 3] : 45 degree\n|: "
-                             "[3 -> 4] : 35 degree\n|: [4 -> 5] : 35 degree\n|: [5 -> 1] : 40 "
-                             "degree\n|: [1 -> 2] : 50 degree\n|: [1 -> 1] : 45 degree\n"));
-    EXPECT_STREQ(watch.disks[7].name, "hdh");
-    EXPECT_EQ(watch.disks[7].status, 0);
-}
-
-// Eight disks at once with a hold of 0: a callback at the second pass of a
-// kind. A null callback still moves the state; flapping faster than the hold
-// calls nothing.
-TEST_F(DiskTempWatchdog, EightDisksNullCallbacksAndFlapping)
-{
-    watch.hold_seconds = 0;
-    reading("55", 'a', 'h');
-    fake::captureStdout([&] {
+    reading("45", 'h');
+    const std::string log = fake::logOf([&] {
         start();
-        nextPass();
-        watch.on_overheat = nullptr; // read at every step, without a lock
-        reading("35", 'a', 'h');
-        nextPass();
-        nextPass();
-        reading("55", 'a', 'h');
-        nextPass();
-        nextPass();
-        watch.hold_seconds = 600;
-        for (const char *r : {"35", "45", "35", "45"}) {
-            reading(r, 'a', 'h');
+        for (const char *r : {"55", "55", "55", "35", "45", "35", "45"}) {
+            reading(r, 'h');
             nextPass();
         }
+        EXPECT_EQ(Dev_DiskTempWatchDogDestroy(&watch), 0);
     });
-    EXPECT_EQ(gEvents, "H0:2@300 H1:2@300 H2:2@300 H3:2@300 H4:2@300 H5:2@300 H6:2@300 H7:2@300 "
-                       "C0:4@900 C1:4@900 C2:4@900 C3:4@900 C4:4@900 C5:4@900 C6:4@900 C7:4@900 ");
-    EXPECT_EQ(Dev_DiskTempWatchDogDestroy(&watch), 0);
-    for (const DiskTempState &d : watch.disks) {
-        EXPECT_EQ(d.status, 3);
+    const std::string prefix = "temp_watch.cpp,N:Dev_TempWatchThread(): [hd";
+    std::string expected, events;
+    for (char d = 'a'; d <= 'h'; ++d) {
+        expected += prefix + d + "] - Temperature = 45 degree\n";
+        events += "H" + std::to_string(d - 'a') + ":2@900 ";
     }
+    for (const char *change : {"[1 -> 2] : 55", "[2 -> 3] : 55", "[3 -> 4] : 35", "[3 -> 3] : 45",
+                               "[3 -> 4] : 35", "[3 -> 3] : 45"}) {
+        for (char d = 'a'; d <= 'h'; ++d) {
+            expected += prefix + d + "] : " + change + " degree\n";
+        }
+    }
+    EXPECT_EQ(log, expected);
+    EXPECT_EQ(gEvents, events);
+    EXPECT_EQ(watch.running, 0);
+    EXPECT_EQ(fake::clock::sleptNs(), 8 * kPeriodNs); // the last sleep ended by the destroy
 }
 
 // Destroy returns at once whenever it comes, also with no disk watched; the
@@ -154,6 +128,8 @@ TEST_F(DiskTempWatchdog, DestroyAtAnyTimeAndTheRunningFlag)
         EXPECT_EQ(Dev_DiskTempWatchDogDestroy(&watch), 0);
     });
     EXPECT_EQ(fake::clock::sleptNs(), 2 * kPeriodNs);
+    EXPECT_STREQ(watch.disks[7].name, "hdh");
+    EXPECT_EQ(watch.disks[7].status, DEV_TEMP_UNWATCHED);
     EXPECT_EQ(Dev_DiskTempWatchDogCreate(nullptr), -1);
     EXPECT_EQ(Dev_DiskTempWatchDogDestroy(nullptr), -1);
 }
