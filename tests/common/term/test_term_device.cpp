@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <fcntl.h>
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -64,7 +65,15 @@ TEST_F(TermDevice, OpenAppliesTheLineSettingsAndCloseGivesThemBack)
     }
     EXPECT_NE(fcntl(info.fd, F_GETFL) & O_NONBLOCK, 0);
 
+    // Input still pending at close is dropped: a line waits, seen by poll().
+    const int held = open(slave.c_str(), O_RDONLY | O_NOCTTY | O_NONBLOCK);
+    struct pollfd waiting = {held, POLLIN, 0};
+    ASSERT_EQ(write(master, "junk\n", 5), 5);
+    ASSERT_EQ(poll(&waiting, 1, -1), 1);
     EXPECT_EQ(COM_CloseTermDevice(&info), 0);
+    char byte;
+    EXPECT_EQ(read(held, &byte, 1), -1);
+    close(held);
     EXPECT_EQ(info.fd, -1);
     EXPECT_EQ(info.name[0], '\0');
     const struct termios after = settingsNow();
