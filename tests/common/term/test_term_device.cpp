@@ -57,9 +57,9 @@ TEST_F(TermDevice, OpenAppliesTheLineSettingsAndCloseGivesThemBack)
     EXPECT_EQ(t.c_lflag,
               static_cast<tcflag_t>(ISIG | ICANON | ECHO | ECHOE | ECHOK | ECHOCTL | IEXTEN));
     EXPECT_EQ(cfgetospeed(&t), static_cast<speed_t>(B9600));
-    const int cc[][2] = {{VINTR, 3},     {VQUIT, 28},    {VERASE, 127}, {VKILL, 21}, {VEOF, 4},
-                         {VMIN, 1},      {VTIME, 0},     {VSTART, 17},  {VSTOP, 19}, {VSUSP, 26},
-                         {VREPRINT, 18}, {VDISCARD, 15}, {VWERASE, 23}, {VLNEXT, 22}};
+    const int cc[][2] = {{VINTR, 3},  {VQUIT, 28},    {VERASE, 127},  {VKILL, 21},   {VEOF, 4},
+                         {VMIN, 1},   {VTIME, 0},     {VEOL, 0},      {VSTART, 17},  {VSTOP, 19},
+                         {VSUSP, 26}, {VREPRINT, 18}, {VDISCARD, 15}, {VWERASE, 23}, {VLNEXT, 22}};
     for (const auto &[index, value] : cc) {
         EXPECT_EQ(t.c_cc[index], value) << index;
     }
