@@ -250,13 +250,22 @@ std::string q(const char *text)
     return text == nullptr ? "NULL" : q(std::string(text));
 }
 
-std::string nums(std::initializer_list<long long> values)
+std::string join(const std::vector<std::string> &words)
 {
     std::string out;
-    for (const long long v : values) {
-        out += (out.empty() ? "" : " ") + std::to_string(v);
+    for (const std::string &w : words) {
+        out += (out.empty() ? "" : " ") + w;
     }
     return out;
+}
+
+std::string nums(std::initializer_list<long long> values)
+{
+    std::vector<std::string> words;
+    for (const long long v : values) {
+        words.push_back(std::to_string(v));
+    }
+    return join(words);
 }
 
 } // namespace cases

@@ -52,6 +52,8 @@ std::string q(const char *text);
 std::string q(const std::string &bytes);
 // Numbers joined by spaces.
 std::string nums(std::initializer_list<long long> values);
+// Words joined by spaces.
+std::string join(const std::vector<std::string> &words);
 
 } // namespace cases
 

@@ -130,20 +130,14 @@ const cases::Register ops({
     {"cat", [](Args &a) { return q(fake::readFile(a.str(0))); }},
     {"ls",
      [](Args &a) {
-         std::string out;
-         std::error_code ec;
          std::vector<std::string> names;
+         std::error_code ec;
          for (const auto &e : fs::recursive_directory_iterator(a.str(0), ec)) {
-             names.push_back(e.path().string().substr(a.str(0).size() + 1) + (e.is_symlink() ? "@"
-                                                                              : e.is_directory()
-                                                                                  ? "/"
-                                                                                  : ""));
+             const char *mark = e.is_symlink() ? "@" : e.is_directory() ? "/" : "";
+             names.push_back(e.path().string().substr(a.str(0).size() + 1) + mark);
          }
          std::sort(names.begin(), names.end());
-         for (const std::string &n : names) {
-             out += (out.empty() ? "" : " ") + n;
-         }
-         return out.empty() ? std::string("(empty)") : out;
+         return names.empty() ? "(empty)" : cases::join(names);
      }},
     {"readlink", [](Args &a) { return q(fs::read_symlink(a.str(0)).string()); }},
     {"mkdir", [](Args &a) { return rc(mkdir(a.s(0), 0755)); }},
