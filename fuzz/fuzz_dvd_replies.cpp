@@ -7,7 +7,9 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstring>
+#include <fcntl.h>
 #include <scsi/sg.h>
+#include <unistd.h>
 
 #include "DEV.h"
 
@@ -40,6 +42,18 @@ extern "C" int __wrap_ioctl(int, unsigned long request, ...)
     hdr->info = SG_INFO_OK;
     hdr->status = hdr->masked_status = hdr->host_status = hdr->driver_status = 0;
     hdr->sb_len_wr = 0;
+    return 0;
+}
+
+// The library's printed tables and logs go to /dev/null: libFuzzer reports on
+// standard error.
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    const int null = open("/dev/null", O_WRONLY);
+    if (null >= 0) {
+        dup2(null, STDOUT_FILENO);
+        close(null);
+    }
     return 0;
 }
 
