@@ -20,7 +20,7 @@ cmake --build --preset fuzz
 out=build/fuzz/runs
 mkdir -p "$out"
 for target in dns_reply media_headers text_extract http_answer net_text mount_table \
-  proc_partitions ide_text usb_modem_text; do
+  proc_partitions ide_text usb_modem_text dvd_replies; do
   corpus="$out/corpus_$target"
   mkdir -p "$corpus"
   seeds=()

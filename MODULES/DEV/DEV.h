@@ -158,6 +158,19 @@ int Dev_ReadCdATIP(const char *pName, int fd, DiscInfo *pInfo);
 int Dev_ReadCdToc(const char *pName, int fd, DiscInfo *pInfo);
 int Dev_GetCdInfo(const char *pName, int fd, DiscInfo *pInfo);
 
+/* ===================================================== DVD and Blu-ray information */
+
+/* Physical format of a DVD: a write-once DVD gets the fixed capacity of its
+ * class (layers, 80 or 120 mm). 1 when done, 0 when the command failed. */
+int Dev_ReadDvdStruct(const char *pName, int fd, DiscInfo *pInfo);
+/* Prints the table of contents by logical blocks; the used space of a
+ * write-once DVD from its status (and, for a DVD+R, from the lead-out). */
+int Dev_ReadDvdRToc(const char *pName, int fd, DiscInfo *pInfo);
+/* Status, capacity and last track of a DVD-/+R(W) or of a BD-R/RE. 1 when
+ * done, 0 when a command failed or the writability class has no reading. */
+int Dev_GetDvdInfo(const char *pName, int fd, DiscInfo *pInfo);
+int Dev_GetBDInfo(const char *pName, int fd, DiscInfo *pInfo);
+
 /* ===================================================== mount table */
 
 /* One line of /proc/mounts. Columns wider than their field are cut to fit
@@ -293,6 +306,21 @@ int Dev_Get(DevRecord *pDev);
  * 0: was mounted (mpt holds the mount point); 1: mounted for the moment (mpt
  * empty again); -1: no mount point could be had. */
 int Dev_GetHDStat(DevRecord *pDev, int fs);
+
+/* ===================================================== disc overview */
+
+/* Reads the disc of an optical device record into pDev->info.disc and sets
+ * ready. 0: supported disc (later reads may have failed); 1: null record;
+ * 2: hard disk; -1: generic node not opened; -129: no medium ready; -130:
+ * disc not usable for export. */
+int Dev_GetDiscInfo(DevRecord *pDev);
+/* Trial mounts of a rewritable disc on /var/dvd_plus_rw, /var/dvd_minus_rw or
+ * /var/bd_re: the used space becomes the file system's size. 0 done; 1 null
+ * record; 2 not optical; -1 no mount point; -2 mount failed; -3 statfs
+ * failed. */
+int Dev_GetDvdPlusRwInfo(DevRecord *pDev);
+int Dev_GetDvdMinusRwInfo(DevRecord *pDev);
+int Dev_GetBDReInfo(DevRecord *pDev);
 
 /* ===================================================== disk identity and SMART */
 

@@ -2,8 +2,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
+#include <sstream>
+#include <stdexcept>
 
 #include "dev_endian.h"
+#include "test_support.h"
 
 namespace fake {
 
@@ -102,8 +106,8 @@ Bytes configuration(const Medium &m)
 Bytes discInformation(const Medium &m)
 {
     static constexpr uint8_t kSessionState[] = {0, 1, 3, 3};
-    const bool erasable =
-        (m.physical && m.physical->layerType == 4) || (m.atip && m.atip->rewritable);
+    const bool erasable = (m.physical && m.physical->layerType == 4) ||
+                          (m.atip && m.atip->rewritable) || m.profile == 0x0043; // BD-RE
     const uint32_t state =
         (erasable ? 0x10u : 0) | kSessionState[m.status & 3] << 2 | (m.status & 3);
     const uint32_t last = static_cast<uint32_t>(m.tracks.size());
@@ -291,98 +295,97 @@ int MmcDrive::execute(sg_io_hdr_t &hdr)
     return 0;
 }
 
-std::vector<uint8_t> MmcDrive::opcodes() const
-{
-    Bytes out;
-    for (const Issue &i : issued) {
-        out.push_back(i.cdb[0]);
-    }
-    return out;
-}
-
-// Media as drives report them. Capacities in 2 KB blocks: a 12 cm DVD+R or
-// DVD+RW holds 2,295,104, a DVD-R 2,298,496 and a DVD-RW formats to 2,297,888.
+// The media of tests/data/mmc/media.txt, described there.
 namespace media {
 namespace {
-constexpr Atip kCdR80 = {{97, 26, 66}, {79, 59, 74}, 2, false, 0};
-constexpr Atip kCdRw74 = {{97, 20, 10}, {74, 33, 0}, 1, true, 1};
-const std::vector<Capacity> kDvdRwFormats = {
-    {2297888, 2, 2048}, {2297888, 0x00, 2048}, {2297888, 0x10, 16}, {2297888, 0x15, 16}};
-constexpr Physical kDvdRw = {0x32, 4, 2297888};
-constexpr Physical kDvdPlusRw = {0x92, 4, 2295104};
+using Numbers = std::vector<uint32_t>;
+
+// Each item padded with zeros to nine numbers, the longest item there is.
+std::vector<Numbers> itemsOf(const std::string &column)
+{
+    std::vector<Numbers> items;
+    std::istringstream words(column);
+    for (std::string word; words >> word;) {
+        std::replace(word.begin(), word.end(), ',', ' ');
+        std::istringstream in(word);
+        in.unsetf(std::ios::basefield); // 0x for hex
+        items.emplace_back(std::istream_iterator<uint32_t>(in), std::istream_iterator<uint32_t>());
+        items.back().resize(9);
+    }
+    return items;
+}
+
+Medium mediumOf(std::vector<std::string> column)
+{
+    column.resize(6);
+    const std::vector<Numbers> head = itemsOf(column[1]);
+    Medium m{nullptr, static_cast<uint16_t>(head.at(0)[0]), static_cast<uint8_t>(head.at(1)[0])};
+    m.present = column[1].find("absent") == std::string::npos;
+    for (const Numbers &t : itemsOf(column[2])) {
+        m.tracks.push_back({t[0], t[1], t[2]});
+    }
+    for (const Numbers &c : itemsOf(column[3])) {
+        m.capacities.push_back({c[0], static_cast<uint8_t>(c[1]), c[2]});
+    }
+    for (const Numbers &p : itemsOf(column[4])) {
+        m.physical = Physical{static_cast<uint8_t>(p[0]), static_cast<uint8_t>(p[1]), p[2],
+                              p[3] != 0, p[4] != 0};
+    }
+    for (const Numbers &n : itemsOf(column[5])) {
+        const std::vector<uint8_t> a(n.begin(), n.end());
+        m.atip = Atip{{a[0], a[1], a[2]}, {a[3], a[4], a[5]}, a[6], a[7] != 0, a[8]};
+    }
+    return m;
+}
+
+// Names and media; the names stay where they are once the table is read.
+const std::vector<std::pair<std::string, Medium>> &rows()
+{
+    static const auto table = [] {
+        std::vector<std::pair<std::string, Medium>> out;
+        std::istringstream lines(readFile(DVR_TEST_DATA_DIR "/mmc/media.txt"));
+        for (std::string line; std::getline(lines, line);) {
+            std::vector<std::string> column;
+            std::istringstream cells(line);
+            for (std::string cell; line[0] != '#' && std::getline(cells, cell, '|');) {
+                column.push_back(cell);
+            }
+            if (column.size() > 1) {
+                out.emplace_back(column[0].substr(0, column[0].find_last_not_of(' ') + 1),
+                                 mediumOf(column));
+            }
+        }
+        for (auto &[name, medium] : out) {
+            medium.name = name.c_str();
+        }
+        return out;
+    }();
+    return table;
+}
 } // namespace
 
-// Name, profile, disc status, tracks, format capacities, physical format, ATIP.
-const Medium kDisk = {.name = "hard disk"};
-const Medium kNone = {.name = "no medium", .present = false};
-const Medium kCdRom = {"CD-ROM", 0x0008, 2, {{0, 269850}}};
-const Medium kCdRBlank = {"CD-R blank", 0x0009, 0, {{0, 359849, 359849}}, {}, {}, kCdR80};
-// Lead-out of the first session at 10:00:00; the second session is open.
-const Medium kCdROneTrack = {
-    "CD-R one track", 0x0009, 1, {{0, 44850}, {56250, 303599, 303599}}, {}, {}, kCdR80};
-const Medium kCdRTwoTracks = {"CD-R two tracks",
-                              0x0009,
-                              1,
-                              {{0, 22350}, {22500, 22350}, {56250, 303599, 303599}},
-                              {},
-                              {},
-                              kCdR80};
-const Medium kCdRFinalized = {"CD-R finalized", 0x0009, 2, {{0, 300000}}, {}, {}, kCdR80};
-const Medium kCdRw = {"CD-RW blank", 0x000A, 0, {{0, 334950, 334950}}, {}, {}, kCdRw74};
-const Medium kDvdRom = {"DVD-ROM", 0x0010, 2, {{0, 2100000}}, {}, Physical{0x01, 1, 2100000}};
-const Medium kDvdR = {"DVD-R blank",
-                      0x0011,
-                      0,
-                      {{0, 2298496, 2298496}},
-                      {{2298496, 1, 2048}},
-                      Physical{0x25, 2, 2298496}};
-const Medium kDvdR80mm = {"DVD-R 8 cm incomplete",
-                          0x0011,
-                          1,
-                          {{0, 100000}, {111904, 600987, 600987}},
-                          {{712891, 1, 2048}},
-                          Physical{0x25, 2, 712891, true}};
-const Medium kDvdRDualLayer = {"DVD-R dual layer",
-                               0x0015,
-                               0,
-                               {{0, 4171712, 4171712}},
-                               {{4171712, 1, 2048}},
-                               Physical{0x21, 2, 4171712, false, true}};
-const Medium kDvdRwSequential = {"DVD-RW sequential incomplete",
-                                 0x0014,
-                                 1,
-                                 {{0, 500000}, {530000, 1767888, 1767888}},
-                                 kDvdRwFormats,
-                                 kDvdRw};
-const Medium kDvdRwRestricted = {
-    "DVD-RW restricted overwrite", 0x0013, 2, {{0, 2297888}}, kDvdRwFormats, kDvdRw};
-const Medium kDvdPlusR = {"DVD+R incomplete",
-                          0x001B,
-                          1,
-                          {{0, 300000}, {318000, 1977104, 1977104}},
-                          {{2295104, 1, 2048}},
-                          Physical{0xA1, 2, 2295104}};
-const Medium kDvdPlusRwBlank = {
-    "DVD+RW blank", 0x001A, 0, {{0, 2295104, 2295104}}, {{2295104, 1, 2048}, {2295104, 0x26, 0}},
-    kDvdPlusRw};
-const Medium kDvdPlusRwFormatted = {
-    "DVD+RW formatted", 0x001A, 2, {{0, 2295104}}, {{2295104, 2, 2048}, {2295104, 0x26, 0}},
-    kDvdPlusRw};
-const Medium kDvdRam = {"DVD-RAM",
-                        0x0012,
-                        3,
-                        {{0, 2236704}},
-                        {{2236704, 2, 2048}, {2236704, 0x00, 2048}, {2295104, 0x01, 0}},
-                        Physical{0x16, 4, 2236704}};
-const Medium kDdcdRom = {"DDCD-ROM", 0x0020, 2, {{0, 600000}}};
-const Medium kBdRom = {"BD-ROM", 0x0040, 2, {{0, 11826176}}, {{11826176, 2, 2048}}};
-const Medium kBdR = {"BD-R blank",
-                     0x0041,
-                     0,
-                     {{0, 12219392, 12219392}},
-                     {{12219392, 1, 2048}, {11826176, 0x00, 0x3000}, {11826176, 0x32, 0x3000}}};
-const Medium kHdDvdRom = {
-    "HD DVD-ROM", 0x0050, 2, {{0, 7461600}}}; // a profile the library doesn't know
+const Medium &byName(const std::string &name)
+{
+    for (const auto &[rowName, medium] : rows()) {
+        if (rowName == name) {
+            return medium;
+        }
+    }
+    throw std::invalid_argument("no medium " + name);
+}
+
+const Medium &kDisk = byName("hard disk"), &kNone = byName("no medium"), &kCdRom = byName("CD-ROM"),
+             &kCdRBlank = byName("CD-R blank"), &kCdROneTrack = byName("CD-R one track"),
+             &kCdRTwoTracks = byName("CD-R two tracks"), &kCdRFinalized = byName("CD-R finalized"),
+             &kCdRw = byName("CD-RW blank"), &kDvdRom = byName("DVD-ROM"),
+             &kDvdR = byName("DVD-R blank"), &kDvdR80mm = byName("DVD-R 8 cm incomplete"),
+             &kDvdRDualLayer = byName("DVD-R dual layer"),
+             &kDvdRwSequential = byName("DVD-RW sequential incomplete"),
+             &kDvdRwRestricted = byName("DVD-RW restricted overwrite"),
+             &kDvdPlusR = byName("DVD+R incomplete"), &kDvdPlusRwBlank = byName("DVD+RW blank"),
+             &kDvdPlusRwFormatted = byName("DVD+RW formatted"), &kDvdRam = byName("DVD-RAM"),
+             &kDdcdRom = byName("DDCD-ROM"), &kBdRom = byName("BD-ROM"),
+             &kBdR = byName("BD-R blank"), &kHdDvdRom = byName("HD DVD-ROM");
 } // namespace media
 
 } // namespace fake

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Disk statistics and the ID file on real file systems: loop devices over
-# image files, named as the recorder names its disks in a /dev of a private
+# Disk statistics, the ID file and the trial mount of a rewritable disc on
+# real file systems: loop devices over image files, named as the recorder names its disks in a /dev of a private
 # mount namespace (the machine's own /dev and /var stay untouched). $1 is the
 # unit test program; on the board $DVR_EMULATOR (qemu-ppc-static) runs it.
 set -euo pipefail
@@ -43,8 +43,11 @@ statfs_of() {
 attach a 8M ext2 && loop_a=$loop
 attach b 6M ext3 && loop_b=$loop
 attach c 4M none && loop_c=$loop
+attach e 5M ext2 && loop_e=$loop
 mkdir -p "$work/ref" "$work/mnt/hdb" "$work/var"
 mount "$loop_a" "$work/ref" && ref_a=$(statfs_of "$work/ref") && umount "$work/ref"
+# The disc: its whole file system in KB, free blocks included.
+mount "$loop_e" "$work/ref" && ref_e=$(stat -f -c '%b * %S / 1024' "$work/ref") && umount "$work/ref"
 
 # The namespace's own /dev: the character nodes programs need, the loop nodes,
 # and the disks' names on the loop devices (md0 on the same one as hda).
@@ -54,6 +57,7 @@ node() { mknod "$1" b "$((0x$(stat -c %t "$2")))" "$((0x$(stat -c %T "$2")))"; }
 for loop in "${loops[@]}"; do
   mknod "$loop" b 7 "${loop#/dev/loop}"
 done
+node /dev/scd0 "$loop_e"
 node /dev/hda "$loop_a" && node /dev/md0 "$loop_a" && node /dev/hdb "$loop_b" && node /dev/hdc "$loop_c"
 mount --bind "$work/var" /var
 mount -t ext3 /dev/hdb "$work/mnt/hdb"
@@ -61,3 +65,7 @@ ref_b=$(statfs_of "$work/mnt/hdb")
 
 DVR_STORAGE_PEER=$work DVR_STORAGE_REF_A=$ref_a DVR_STORAGE_REF_B=$ref_b \
   ${DVR_EMULATOR:-} "$program" --gtest_filter='Cases_peers.storage_peer'
+
+# A rewritable DVD in an optical drive: the fake drive answers on /dev/sg0,
+# the trial mounts take /dev/scd0 from the kernel.
+DVR_DISC_PEER_KB=$((ref_e)) ${DVR_EMULATOR:-} "$program" --gtest_filter='DiscPeer.*'

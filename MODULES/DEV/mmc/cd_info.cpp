@@ -34,12 +34,6 @@ Msf msfAt(const uint8_t *p)
     return {p[0], p[1], p[2]};
 }
 
-// Twice a frame count in 32 bits, sign-extended to the 64 bits of a capacity.
-uint64_t framesToKb(int32_t frames)
-{
-    const auto kb = static_cast<int32_t>(static_cast<uint32_t>(frames) * kKbPerFrame);
-    return static_cast<uint64_t>(static_cast<int64_t>(kb));
-}
 } // namespace
 
 int Dev_ReadCdATIP(const char *pName, int fd, DiscInfo *pInfo)
@@ -121,7 +115,7 @@ int Dev_GetCdInfo(const char *pName, int fd, DiscInfo *pInfo)
         if (Dev_ReadCdToc(pName, fd, pInfo) == 0) {
             COM_LOG(__func__, "(%s) : Read CD TOC error\n", name);
         }
-        pInfo->used_capacity = framesToKb(pInfo->next_lead_in);
+        pInfo->used_capacity = dev::twiceSignExtended(static_cast<uint32_t>(pInfo->next_lead_in));
         break;
     case DISC_STATUS_FINALIZED:
         pInfo->used_capacity = pInfo->total_capacity;

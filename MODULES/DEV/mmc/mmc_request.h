@@ -31,6 +31,13 @@ struct ReplyLength {
 // asked for in block bytes 7 and 8.
 constexpr ReplyLength kLeadingLength = {0, 2, 2, kMmcMaxTransfer, 7};
 
+// Twice a count of 2 KB blocks or CD frames, in KB: worked out in 32 bits and
+// sign-extended to the 64 bits of a capacity, as the drive's figures are.
+inline uint64_t twiceSignExtended(uint32_t count)
+{
+    return static_cast<uint64_t>(static_cast<int64_t>(static_cast<int32_t>(count * 2u)));
+}
+
 struct MmcRequest {
     MmcCmd cmd;
     uint8_t block[kMmcBlockSize];
