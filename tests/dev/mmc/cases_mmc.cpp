@@ -256,7 +256,7 @@ const cases::Register ops(asText({
          sleptBefore = fake::clock::sleptNs();
          return std::string();
      }},
-    {"slept",
+    {"sleptSince",
      [](Args &) {
          const int64_t ns = fake::clock::sleptNs() - sleptBefore;
          sleptBefore += ns;

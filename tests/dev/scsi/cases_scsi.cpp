@@ -72,7 +72,7 @@ const cases::Register ops({
          fake::hideScsiNodes();
          return std::string();
      }},
-    {"scsiNode", addNode},
+    {"sgNode", addNode},
     {"BuildSgMap", buildMap},
     {"BuildSgMapNull", [](Args &) { return rc(Dev_BuildSgMap(nullptr)); }},
     {"MakeDevName",
