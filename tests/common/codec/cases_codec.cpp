@@ -180,6 +180,10 @@ const cases::Register ops({
     {"DecodeQP", decode(COM_DecodeQP)},
     {"EncodeBase64", encode(COM_EncodeBase64)},
     {"DecodeBase64", decode(COM_DecodeBase64)},
+    {"EncodeToNull",
+     [](Args &a) {
+         return nums({COM_EncodeQP(nullptr, a.s(0), 2), COM_EncodeBase64(nullptr, a.s(0), 2)});
+     }},
     // Every byte, 255 down to 0, encoded and decoded again.
     {"QPEveryByte",
      [](Args &) {
