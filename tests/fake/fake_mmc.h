@@ -3,9 +3,7 @@
 #ifndef DVR_FAKE_MMC_H
 #define DVR_FAKE_MMC_H
 
-#include <algorithm>
 #include <cstdint>
-#include <iterator>
 #include <map>
 #include <optional>
 #include <scsi/sg.h>
@@ -42,7 +40,6 @@ struct Physical {
     bool small = false, twoLayers = false;
 };
 struct Medium {
-    const char *name;
     uint16_t profile = 0; // 0 with no medium, or a hard disk
     uint8_t status = 0;   // 0 blank, 1 incomplete, 2 complete, 3 random access only
     std::vector<Track> tracks = {};
@@ -58,9 +55,8 @@ struct Medium {
 namespace media {
 const Medium &byName(const std::string &name);
 extern const Medium &kNone, &kCdRom, &kCdRBlank, &kCdROneTrack, &kCdRTwoTracks, &kCdRFinalized,
-    &kCdRw, &kDvdRom, &kDvdR, &kDvdR80mm, &kDvdRDualLayer, &kDvdRwSequential, &kDvdRwRestricted,
-    &kDvdPlusR, &kDvdPlusRwBlank, &kDvdPlusRwFormatted, &kDvdRam, &kDdcdRom, &kBdRom, &kBdR,
-    &kHdDvdRom, &kDisk;
+    &kCdRw, &kDvdRom, &kDvdR, &kDvdR80mm, &kDvdRwSequential, &kDvdRwRestricted, &kDvdPlusR,
+    &kDvdPlusRwFormatted, &kDvdRam, &kBdR, &kDisk;
 } // namespace media
 
 // Fixed-format sense data: byte 2 (sense key in its low four bits, flags
@@ -101,8 +97,9 @@ public:
     std::vector<uint8_t> opcodes() const
     {
         std::vector<uint8_t> out;
-        std::transform(issued.begin(), issued.end(), std::back_inserter(out),
-                       [](const Issue &i) { return i.cdb[0]; });
+        for (const Issue &i : issued) {
+            out.push_back(i.cdb[0]);
+        }
         return out;
     }
 
