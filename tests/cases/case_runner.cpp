@@ -11,11 +11,9 @@ namespace cases {
 namespace {
 
 const std::string kMarker = "----";
-// A first line "# runs where NAME=value": the case runs only with that in the
-// environment (the peer scripts set it).
-const std::string kWhere = "# runs where ";
-// "# needs NAME ...": the case runs only where these environment variables
-// are set; ${NAME} stands for the value in the calls and in the transcript.
+// "# needs NAME NAME=value ...": the case runs only where these environment
+// variables are set (to that value); ${NAME} stands for the value of a bare
+// NAME in the calls and in the transcript.
 const std::string kNeeds = "# needs ";
 
 Table &table()
@@ -129,12 +127,6 @@ std::string transcript(const std::vector<std::string> &calls)
     return out;
 }
 
-std::string envValue(const std::string &name)
-{
-    const char *value = getenv(name.c_str());
-    return value != nullptr ? value : "";
-}
-
 class CaseTest : public testing::Test {
 public:
     explicit CaseTest(std::filesystem::path file) : file_(std::move(file)) {}
@@ -146,11 +138,6 @@ public:
         bool below = false;
         std::vector<std::pair<std::string, std::string>> env;
         while (std::getline(in, line)) {
-            const size_t is = line.find('=');
-            if (head.empty() && line.rfind(kWhere, 0) == 0 &&
-                line.substr(is + 1) != envValue(line.substr(kWhere.size(), is - kWhere.size()))) {
-                GTEST_SKIP() << line;
-            }
             if (below) {
                 expected += line + "\n";
                 continue;
@@ -160,10 +147,15 @@ public:
             if (line.starts_with(kNeeds)) {
                 std::istringstream names(line.substr(kNeeds.size()));
                 for (std::string name; names >> name;) {
-                    if (getenv(name.c_str()) == nullptr) {
-                        GTEST_SKIP() << "runs where " << name << " is set";
+                    const size_t is = name.find('=');
+                    const char *value = getenv(name.substr(0, is).c_str());
+                    if (value == nullptr ||
+                        (is != std::string::npos && name.substr(is + 1) != value)) {
+                        GTEST_SKIP() << "runs where " << name;
                     }
-                    env.emplace_back("${" + name + "}", getenv(name.c_str()));
+                    if (is == std::string::npos) {
+                        env.emplace_back("${" + name + "}", value);
+                    }
                 }
             }
             if (!below && !line.empty() && line[0] != '#') {
