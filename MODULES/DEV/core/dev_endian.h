@@ -43,10 +43,6 @@ constexpr void put16(uint8_t *p, uint32_t v)
 {
     put(p, 2, v);
 }
-constexpr void put32(uint8_t *p, uint32_t v)
-{
-    put(p, 4, v);
-}
 
 } // namespace dev::be
 
