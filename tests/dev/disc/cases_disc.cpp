@@ -176,12 +176,10 @@ const cases::Register ops({
          }
          return out;
      }},
-    // The name the disc's file system mounts as ("ext2" stands in for it).
+    // The name the disc's file system mounts as: iso9660, or ext2 standing in.
     {"isoFsName",
      [](Args &a) {
-         static std::string name;
-         name = a.str(0);
-         gFsArray[DEV_FS_ISO9660].name = name.c_str();
+         gFsArray[DEV_FS_ISO9660].name = a.str(0) == "ext2" ? "ext2" : "iso9660";
          return std::string();
      }},
     {"RescanScsiBus", [](Args &) { return std::to_string(Dev_RescanScsiBus()); }},
