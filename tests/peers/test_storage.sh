@@ -68,4 +68,4 @@ DVR_STORAGE_PEER=$work DVR_STORAGE_REF_A=$ref_a DVR_STORAGE_REF_B=$ref_b \
 
 # A rewritable DVD in an optical drive: the fake drive answers on /dev/sg0,
 # the trial mounts take /dev/scd0 from the kernel.
-DVR_DISC_PEER_KB=$((ref_e)) ${DVR_EMULATOR:-} "$program" --gtest_filter='DiscPeer.*'
+DVR_DISC_PEER_KB=$((ref_e)) ${DVR_EMULATOR:-} "$program" --gtest_filter='Cases_disc.disc_peer'
