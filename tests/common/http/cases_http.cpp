@@ -84,6 +84,8 @@ std::string exchange(Args &a, const std::function<int(Listener &, const std::str
 }
 
 const cases::Register ops({
+    {"ChallengeWithoutRecord",
+     [](Args &a) { return std::to_string(COM_GetHttpDigestChallenge(a.s(0), nullptr)); }},
     // kind path data cookie https [type user password]: a command as the peer gets it.
     {"Send",
      [](Args &a) {
