@@ -85,15 +85,6 @@ std::shared_ptr<ScsiNode> addScsiNode(const std::string &path, ScsiAddress addre
     return node;
 }
 
-std::string logLines(const std::string &prefix, const std::string &text)
-{
-    std::string out = prefix;
-    for (char c : text) {
-        out += c == '|' ? prefix : std::string(1, c);
-    }
-    return out;
-}
-
 DiscInfo discInfo(int type1, int type2, int type3, int appendable, int lastTrack, uint64_t total)
 {
     DiscInfo d{};

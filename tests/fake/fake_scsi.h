@@ -45,10 +45,6 @@ void hideScsiNodes();
 std::shared_ptr<ScsiNode> addScsiNode(const std::string &path, ScsiAddress address,
                                       std::shared_ptr<MmcDrive> drive = nullptr);
 
-// Log lines of one function: prefix, then text with each '|' starting a new
-// line with the prefix again.
-std::string logLines(const std::string &prefix, const std::string &text);
-
 // A disc record with the fields the operations read.
 DiscInfo discInfo(int type1, int type2, int type3 = 0, int appendable = 0, int lastTrack = 0,
                   uint64_t total = 0);
