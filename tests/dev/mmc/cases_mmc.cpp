@@ -11,26 +11,6 @@
 
 namespace {
 using cases::Args;
-namespace media = fake::media;
-
-const std::map<std::string, const fake::Medium *> kMedia = {
-    {"none", &media::kNone},
-    {"cd-rom", &media::kCdRom},
-    {"cd-r-blank", &media::kCdRBlank},
-    {"cd-r-one-track", &media::kCdROneTrack},
-    {"cd-r-two-tracks", &media::kCdRTwoTracks},
-    {"cd-r-finalized", &media::kCdRFinalized},
-    {"cd-rw", &media::kCdRw},
-    {"dvd-rom", &media::kDvdRom},
-    {"dvd-r", &media::kDvdR},
-    {"dvd-r-80mm", &media::kDvdR80mm},
-    {"dvd-rw-sequential", &media::kDvdRwSequential},
-    {"dvd-rw-restricted", &media::kDvdRwRestricted},
-    {"dvd+r", &media::kDvdPlusR},
-    {"dvd+rw-formatted", &media::kDvdPlusRwFormatted},
-    {"dvd-ram", &media::kDvdRam},
-    {"bd-r", &media::kBdR},
-};
 
 std::shared_ptr<fake::MmcDrive> drive;
 std::shared_ptr<fake::ScsiNode> node;
@@ -174,7 +154,7 @@ const cases::Register ops(asText({
     {"loadMedium",
      [](Args &a) {
          fake::hideScsiNodes();
-         drive = std::make_shared<fake::MmcDrive>(*kMedia.at(a.str(0)));
+         drive = std::make_shared<fake::MmcDrive>(fake::media::byName(a.str(0)));
          node = fake::addScsiNode("/dev/sg0", {0, 0, 0, 0}, drive);
          info = DiscInfo{};
          return std::string();
