@@ -93,6 +93,18 @@ std::string named(const std::string &log, const Args &args)
     return out + log.substr(done);
 }
 
+// Bytes from 0x7F up as \xNN, so that the case files stay text.
+std::string printable(const std::string &text)
+{
+    std::string out;
+    for (const char c : text) {
+        char hex[5];
+        snprintf(hex, sizeof hex, "\\x%02X", static_cast<unsigned char>(c));
+        out += static_cast<unsigned char>(c) >= 0x7F ? std::string(hex) : std::string(1, c);
+    }
+    return out;
+}
+
 std::string transcript(const std::vector<std::string> &calls)
 {
     fake::TempDir tmp;
@@ -115,6 +127,8 @@ std::string transcript(const std::vector<std::string> &calls)
             replaceAll(log, from, to);
             replaceAll(result, from, to);
         }
+        log = printable(log);
+        result = printable(result);
         out += "> " + line + "\n" + (result.empty() ? "" : result + "\n");
         for (size_t at = 0; at < log.size();) {
             const size_t end = std::min(log.find('\n', at), log.size());

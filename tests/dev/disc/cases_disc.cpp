@@ -44,15 +44,6 @@ std::string hex(const std::vector<uint8_t> &bytes)
     return out;
 }
 
-// Bytes from 0x7F up in the log as \xNN, so that the case files stay text.
-void asText(Args &a)
-{
-    for (int c = 0x7F; c < 0x100; ++c) {
-        const std::string code = hex({static_cast<uint8_t>(c)});
-        a.sub(std::string(1, static_cast<char>(c)), "\\x" + code.substr(0, 2));
-    }
-}
-
 // A record of the drive (device, cdrom flag) over /dev/sg0, its used space 77.
 cases::Op onRecord(int (*fn)(DevRecord *))
 {
@@ -62,7 +53,6 @@ cases::Op onRecord(int (*fn)(DevRecord *))
         snprintf(r.sg, sizeof r.sg, "/dev/sg0");
         r.cdrom = a.size() < 2 || a.n(1) != 0;
         r.info.disc.used_capacity = 77;
-        asText(a);
         const int result = fn(a.s(0) == nullptr ? nullptr : &r);
         return std::to_string(result) + " used " + std::to_string(r.info.disc.used_capacity);
     };
@@ -74,7 +64,6 @@ cases::Op onRecord(int (*fn)(DevRecord *))
 std::string discRow(Args &a)
 {
     fake::OpenDrive open(fake::media::byName(a.str(0)));
-    asText(a);
     const std::string road = a.str(1);
     DevRecord r{};
     snprintf(r.dev, sizeof r.dev, "/dev/scd0");

@@ -133,23 +133,7 @@ std::string failNext(Args &a)
     return std::string();
 }
 
-// Bytes from 0x7F up are shown as \xNN, so that the case files stay text.
-cases::Table asText(cases::Table ops)
-{
-    for (auto &[name, op] : ops) {
-        op = [inner = op](Args &a) {
-            for (int c = 0x7F; c < 0x100; ++c) {
-                char hex[5];
-                snprintf(hex, sizeof hex, "\\x%02X", c);
-                a.sub(std::string(1, static_cast<char>(c)), hex);
-            }
-            return inner(a);
-        };
-    }
-    return ops;
-}
-
-const cases::Register ops(asText({
+const cases::Register ops({
     // The drive and its medium.
     {"loadMedium",
      [](Args &a) {
@@ -261,6 +245,6 @@ const cases::Register ops(asText({
          Dev_ShowDiscInfo(a.size() > 0 && a.s(0) == nullptr ? nullptr : &info);
          return std::string();
      }},
-}));
+});
 
 } // namespace
