@@ -265,6 +265,22 @@ std::string join(const std::vector<std::string> &words)
     return out;
 }
 
+std::string hex(const std::vector<uint8_t> &bytes)
+{
+    std::string out;
+    for (const uint8_t byte : bytes) {
+        char text[4];
+        snprintf(text, sizeof text, "%02X ", byte);
+        out += text;
+    }
+    return out;
+}
+
+std::string rc(long long value)
+{
+    return std::to_string(value);
+}
+
 std::string nums(std::initializer_list<long long> values)
 {
     std::vector<std::string> words;

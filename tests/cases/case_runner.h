@@ -15,6 +15,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <cstdint>
 #include <vector>
 
 #include "test_support.h"
@@ -50,6 +51,10 @@ struct Register {
 // Text as the transcript shows it: quoted, with C escapes; "NULL" for null.
 std::string q(const char *text);
 std::string q(const std::string &bytes);
+// Bytes in hex, each followed by a blank.
+std::string hex(const std::vector<uint8_t> &bytes);
+// A number as the transcript shows it.
+std::string rc(long long value);
 // Numbers joined by spaces.
 std::string nums(std::initializer_list<long long> values);
 // Words joined by spaces.

@@ -10,15 +10,11 @@
 
 namespace {
 using cases::Args;
+using cases::rc;
 using fake::Board;
 using fake::wordAt;
 
 std::shared_ptr<Board> board;
-
-std::string rc(int value)
-{
-    return std::to_string(value);
-}
 
 // Bytes as runs of equal values: "FF*1024 55*1976".
 std::string runs(const std::vector<uint8_t> &bytes)

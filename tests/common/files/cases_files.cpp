@@ -13,12 +13,8 @@
 namespace {
 using cases::Args;
 using cases::q;
+using cases::rc;
 namespace fs = std::filesystem;
-
-std::string rc(int value)
-{
-    return std::to_string(value);
-}
 
 // Bytes of every value, in lengths that end inside a block.
 std::string pattern(size_t length)

@@ -15,6 +15,7 @@
 
 namespace {
 using cases::Args;
+using cases::hex;
 
 std::map<std::string, std::shared_ptr<fake::ScsiNode>> gDiscNodes;
 
@@ -31,18 +32,6 @@ struct FlakyNode : fake::ScsiNode {
         return ScsiNode::ioctl(code, arg);
     }
 };
-
-// Bytes in hex, each followed by a blank.
-std::string hex(const std::vector<uint8_t> &bytes)
-{
-    std::string out;
-    for (const uint8_t byte : bytes) {
-        char text[4];
-        snprintf(text, sizeof text, "%02X ", byte);
-        out += text;
-    }
-    return out;
-}
 
 // A record of the drive (device, cdrom flag) over /dev/sg0, its used space 77.
 cases::Op onRecord(int (*fn)(DevRecord *))

@@ -75,11 +75,7 @@ std::string issued()
     std::string out;
     for (const fake::MmcDrive::Issue &i : drive->issued) {
         const sg_io_hdr_t &h = i.hdr;
-        char byte[4];
-        for (const uint8_t b : i.cdb) {
-            snprintf(byte, sizeof byte, "%02X ", b);
-            out += byte;
-        }
+        out += cases::hex(i.cdb);
         const bool reads = h.dxfer_direction == SG_DXFER_FROM_DEV && h.dxferp != nullptr;
         const bool none = h.dxfer_direction == SG_DXFER_NONE && h.dxferp == nullptr;
         out += reads ? "<" : none ? "-" : "?";

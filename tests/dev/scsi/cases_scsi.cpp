@@ -8,11 +8,7 @@
 
 namespace {
 using cases::Args;
-
-std::string rc(int value)
-{
-    return std::to_string(value);
-}
+using cases::rc;
 
 // A node at path with its address (host channel id lun) and what answers
 // behind it: a hard disk, or a drive "empty" or "loaded"; then perhaps a

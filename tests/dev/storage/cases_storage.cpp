@@ -19,13 +19,9 @@
 namespace {
 using cases::Args;
 using cases::q;
+using cases::rc;
 
 constexpr int64_t kStart = 1'000'000'000;
-
-std::string rc(int value)
-{
-    return std::to_string(value);
-}
 
 // Buffers hold "-" before a call; the flags say which ones are passed.
 std::string identify(Args &a)
