@@ -2,6 +2,7 @@
 // the drives QEMU emulates and prints what they give. run_lane.sh compares the
 // text with expected.txt. Each check is a row of kChecks.
 #include "DEV.h"
+#include "mmc_request.h"
 
 #include <cstdio>
 #include <cstring>
@@ -71,30 +72,16 @@ void sgToSd()
 
 // One command block through Dev_ExecMMC; prints the outcome, the sense key
 // and codes, and the first 20 bytes of the reply.
-void mmc(int fd, const char *name, std::initializer_list<uint8_t> cdb, unsigned len)
+void mmc(int fd, const char *title, std::initializer_list<uint8_t> cdb, unsigned len)
 {
-    uint8_t block[16] = {};
-    uint8_t reply[64] = {};
-    uint8_t sense[32] = {};
-    std::copy(cdb.begin(), cdb.end(), block);
-    MmcCmd cmd{};
-    snprintf(cmd.name, sizeof cmd.name, "%s", name);
-    sg_io_hdr_t &h = cmd.hdr;
-    h.interface_id = 'S';
-    h.dxfer_direction = len ? SG_DXFER_FROM_DEV : SG_DXFER_NONE;
-    h.cmd_len = static_cast<uint8_t>(cdb.size());
-    h.mx_sb_len = sizeof sense;
-    h.dxfer_len = len;
-    h.dxferp = reply;
-    h.cmdp = block;
-    h.sbp = sense;
-    h.timeout = 10000;
-    const int r = Dev_ExecMMC(&cmd, fd, 0);
-    printf("  %-22s %d st %02x sense %x/%02x/%02x :", name, r, h.status, sense[2] & 0xF, sense[12],
-           sense[13]);
+    static dev::MmcRequest r;
+    r.prepare("guest", title, cdb, len);
+    const int result = r.issue(fd, 0);
+    printf("  %-22s %d st %02x sense %x/%02x/%02x :", title, result, r.cmd.hdr.status,
+           r.sense[2] & 0xF, r.sense[12], r.sense[13]);
     // sg hands back its reserved buffer after a failed command: no reply then.
-    for (unsigned i = 0; r == 0 && i < len && i < 20; ++i) {
-        printf(" %02x", reply[i]);
+    for (unsigned i = 0; result == 0 && i < len && i < 20; ++i) {
+        printf(" %02x", r.reply[i]);
     }
     printf("\n");
 }
