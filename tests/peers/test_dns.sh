@@ -10,7 +10,8 @@ if [ -z "${DVR_DNS_NAMESPACE:-}" ]; then
   [ "$(id -u)" -eq 0 ] || { echo "skipped: a network namespace needs root"; exit 77; }
   command -v dnsmasq >/dev/null || { echo "skipped: dnsmasq is not installed"; exit 77; }
   unshare -n true 2>/dev/null || { echo "skipped: no network namespaces here"; exit 77; }
-  DVR_DNS_NAMESPACE=1 exec unshare -n bash "$0" "$@"
+  # A pid namespace of its own too: if the script is killed, dnsmasq dies with it.
+  DVR_DNS_NAMESPACE=1 exec unshare -n -p -f --kill-child --mount-proc bash "$0" "$@"
 fi
 
 ip link set lo up

@@ -14,7 +14,8 @@ if [ -z "${DVR_HTTP_NAMESPACE:-}" ]; then
     command -v $tool >/dev/null || { echo "skipped: $tool is not installed"; exit 77; }
   done
   unshare -n true 2>/dev/null || { echo "skipped: no network namespaces here"; exit 77; }
-  DVR_HTTP_NAMESPACE=1 exec unshare -n bash "$0" "$@"
+  # A pid namespace of its own too: if the script is killed, its servers die with it.
+  DVR_HTTP_NAMESPACE=1 exec unshare -n -p -f --kill-child --mount-proc bash "$0" "$@"
 fi
 
 ip link set lo up
