@@ -232,6 +232,14 @@ Register::Register(Table ops)
     }
 }
 
+Op step(std::function<void(Args &)> fn)
+{
+    return [fn = std::move(fn)](Args &a) {
+        fn(a);
+        return std::string();
+    };
+}
+
 std::string q(const std::string &bytes)
 {
     std::string out = "\"";

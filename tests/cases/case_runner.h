@@ -42,6 +42,8 @@ struct Args {
 // An operation returns its result as text; the runner records its log.
 using Op = std::function<std::string(Args &)>;
 using Table = std::map<std::string, Op>;
+// An operation that gives no result.
+Op step(std::function<void(Args &)> fn);
 
 // Adds the operations of one area; used from a static initialiser.
 struct Register {

@@ -100,22 +100,10 @@ const cases::Register ops({
          board.reset();
          return std::string();
      }},
-    {"close",
-     [](Args &) {
-         COM_SafeClose(&gI2CDriverFd);
-         return std::string();
-     }},
-    {"poke",
-     [](Args &a) {
-         board->memory(a.n(0))[a.n(1)] = a.n(2);
-         return std::string();
-     }},
+    {"close", cases::step([](Args &) { COM_SafeClose(&gI2CDriverFd); })},
+    {"poke", cases::step([](Args &a) { board->memory(a.n(0))[a.n(1)] = a.n(2); })},
     {"peek", [](Args &a) { return rc(board->memory(a.n(0))[a.n(1)]); }},
-    {"openErrno",
-     [](Args &a) {
-         board->openErrno = a.n(0);
-         return std::string();
-     }},
+    {"openErrno", cases::step([](Args &a) { board->openErrno = a.n(0); })},
     // fail R|W|P count EIO|EFAULT [after]
     {"fail",
      [](Args &a) {
@@ -148,11 +136,7 @@ const cases::Register ops({
          return runs(part);
      }},
     {"seen", [](Args &) { return seen(); }},
-    {"channelA0",
-     [](Args &a) {
-         gI2CChannelA0 = static_cast<int>(a.n(0));
-         return std::string();
-     }},
+    {"channelA0", cases::step([](Args &a) { gI2CChannelA0 = static_cast<int>(a.n(0)); })},
     // failCount id [value]: the count, after setting it.
     {"failCount",
      [](Args &a) {

@@ -43,4 +43,4 @@ CONF
 # dnsmasq returns once it listens, and goes on in the background.
 dnsmasq --conf-file="$work/dnsmasq.conf" --log-facility=-
 
-DVR_DNS_PEERS=127.0.0.3 ${DVR_EMULATOR:-} "$program" --gtest_filter='DnsPeer*'
+DVR_DNS_PEERS=127.0.0.3 ${DVR_EMULATOR:-} "$program" --gtest_filter='Cases_dns.peer'

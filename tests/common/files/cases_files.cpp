@@ -99,16 +99,8 @@ rlim_t savedLimit = RLIM_INFINITY;
 
 const cases::Register ops({
     // Set-up and inspection steps.
-    {"put",
-     [](Args &a) {
-         a.tmp->write(a.str(0), a.str(1));
-         return std::string();
-     }},
-    {"fill",
-     [](Args &a) {
-         a.tmp->write(a.str(0), pattern(a.n(1)));
-         return std::string();
-     }},
+    {"put", cases::step([](Args &a) { a.tmp->write(a.str(0), a.str(1)); })},
+    {"fill", cases::step([](Args &a) { a.tmp->write(a.str(0), pattern(a.n(1))); })},
     {"same",
      [](Args &a) {
          const std::string one = pattern(a.n(1));
@@ -141,11 +133,7 @@ const cases::Register ops({
     {"symlink", [](Args &a) { return rc(symlink(a.s(0), a.s(1))); }},
     {"link", [](Args &a) { return rc(link(a.s(0), a.s(1))); }},
     {"mkfifo", [](Args &a) { return rc(mkfifo(a.s(0), 0600)); }},
-    {"redirect",
-     [](Args &a) {
-         fake::redirect(a.str(0), a.str(1));
-         return std::string();
-     }},
+    {"redirect", cases::step([](Args &a) { fake::redirect(a.str(0), a.str(1)); })},
     {"errno", [](Args &) { return std::string(strerror(errno)); }},
     // A file size limit (SIGXFSZ ignored); "off" lifts it.
     {"fsizelimit",

@@ -113,11 +113,7 @@ std::string watch(Args &a)
 
 const cases::Register ops(named({
     {"System", [](Args &a) { return std::to_string(COM_System(a.s(0), nullptr)) + " status"; }},
-    {"CloseFdExceptSTD",
-     [](Args &a) {
-         COM_CloseFdExceptSTD(a.n(0));
-         return std::string();
-     }},
+    {"CloseFdExceptSTD", cases::step([](Args &a) { COM_CloseFdExceptSTD(a.n(0)); })},
     // Each line handed over, and the end, then the result; "ignored": no
     // callback, with SIGCHLD ignored.
     {"PopenRead",
@@ -158,11 +154,7 @@ const cases::Register ops(named({
          return std::to_string(rc) + " " + q(fake::readFile(file));
      }},
     {"LogThreadMemUsage", [](Args &a) { return std::to_string(COM_LogThreadMemUsage(a.n(0))); }},
-    {"ShowThread",
-     [](Args &) {
-         COM_ShowThread();
-         return std::string();
-     }},
+    {"ShowThread", cases::step([](Args &) { COM_ShowThread(); })},
     // Checks the state of the last child started.
     {"CheckThreadState",
      [](Args &) {
