@@ -254,11 +254,11 @@ int MmcDrive::execute(sg_io_hdr_t &hdr)
         return f.opcode == hdr.cmdp[0] && f.count > 0;
     });
     const bool faulty = fault != faults_.end() && fault->after-- <= 0 && fault->count-- > 0;
-    const auto given = replies_.find(hdr.cmdp[0]);
+    const auto given = replies.find(hdr.cmdp[0]);
     std::optional<Sense> sense = faulty ? fault->sense : std::nullopt;
     Bytes data;
     try {
-        data = faulty ? Bytes() : given != replies_.end() ? given->second : answer(*this, hdr.cmdp);
+        data = faulty ? Bytes() : given != replies.end() ? given->second : answer(*this, hdr.cmdp);
     } catch (const Sense &refused) {
         sense = refused;
     }
@@ -326,7 +326,9 @@ Medium mediumOf(std::vector<std::string> column)
     return m;
 }
 
-const std::map<std::string, Medium> &rows()
+} // namespace
+
+const Medium &byName(const std::string &name)
 {
     static const auto table = [] {
         std::map<std::string, Medium> out;
@@ -343,13 +345,7 @@ const std::map<std::string, Medium> &rows()
         }
         return out;
     }();
-    return table;
-}
-} // namespace
-
-const Medium &byName(const std::string &name)
-{
-    return rows().at(name);
+    return table.at(name);
 }
 
 const Medium &kDisk = byName("hard disk"), &kNone = byName("no medium");

@@ -62,6 +62,7 @@ public:
     uint32_t bufferBytes = 0x200000;
     int failCall = 0; // the SG_IO call (from 1) that fails with EIO, unseen by the drive
     Medium medium;
+    std::map<uint8_t, std::vector<uint8_t>> replies; // canned, by opcode, whatever the medium
     // The commands as the drive received them.
     struct Issue {
         std::vector<uint8_t> cdb;
@@ -78,11 +79,6 @@ public:
     {
         faults_.push_back({opcode, after, count, sense});
     }
-    // From now on commands with this opcode get this reply, whatever the medium.
-    void answerWith(uint8_t opcode, std::vector<uint8_t> reply)
-    {
-        replies_[opcode] = std::move(reply);
-    }
 
     // Carries out SG_IO; 0, or -1 with errno as the kernel would.
     int execute(sg_io_hdr_t &hdr);
@@ -94,7 +90,6 @@ private:
         std::optional<Sense> sense;
     };
     std::vector<Fault> faults_;
-    std::map<uint8_t, std::vector<uint8_t>> replies_;
 };
 
 } // namespace fake

@@ -174,7 +174,7 @@ const cases::Register ops({
          const std::string bytes = a.str(1);
          std::vector<uint8_t> reply(bytes.begin(), bytes.end());
          reply.resize(std::max<size_t>(reply.size(), a.n(2)));
-         drive->answerWith(byte(a, 0), reply);
+         drive->replies[byte(a, 0)] = reply;
      })},
     {"sgVersion", setUp([](Args &a) { node->sgVersion = static_cast<int>(a.n(0)); })},
     {"ioctlFails", setUp([](Args &a) {
