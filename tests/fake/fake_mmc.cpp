@@ -53,11 +53,6 @@ Bytes reply(size_t size, std::initializer_list<Field> fields)
     return r;
 }
 
-uint32_t msf(Msf t)
-{
-    return static_cast<uint32_t>(t.m << 16 | t.s << 8 | t.f);
-}
-
 std::vector<Track> closedTracks(const Medium &m)
 {
     std::vector<Track> out;
@@ -73,15 +68,13 @@ uint32_t recordedEnd(const Medium &m)
     return closed.empty() ? 0 : closed.back().start + closed.back().size;
 }
 
+// A CD/DVD device, removable, its names padded with blanks.
 Bytes inquiry(const MmcDrive &d)
 {
-    Bytes r = {0x05, 0x80, 0, 0x02, 96 - 5, 0, 0, 0}; // CD/DVD device, removable
-    auto pad = [](const std::string &s, size_t n) {
-        return (s + std::string(n, ' ')).substr(0, n);
-    };
-    const std::string text = pad(d.vendor, 8) + pad(d.product, 16) + pad(d.revision, 4);
-    r.insert(r.end(), text.begin(), text.end());
-    r.resize(96);
+    Bytes r = reply(96, {{0, 4, 0x05800002}, {4, 1, 96 - 5}});
+    const std::string names = (d.vendor + std::string(8, ' ')).substr(0, 8) + d.product;
+    const std::string text = (names + std::string(16, ' ')).substr(0, 24) + "1.00";
+    std::copy(text.begin(), text.end(), r.begin() + 8);
     return r;
 }
 
@@ -110,8 +103,8 @@ Bytes discInformation(const Medium &m)
         (erasable ? 0x10u : 0) | kSessionState[m.status & 3] << 2 | (m.status & 3);
     const uint32_t last = static_cast<uint32_t>(m.tracks.size());
     const uint32_t sessions = m.status == 1 ? 2 : 1, first = m.status == 1 ? last : 1;
-    const uint32_t leadIn = m.status == 2 ? 0xFFFFFFFF : m.atip ? msf(m.atip->leadIn) : 0;
-    const uint32_t leadOut = m.status == 2 ? 0xFFFFFFFF : m.atip ? msf(m.atip->leadOut) : 0;
+    const uint32_t leadIn = m.status == 2 ? 0xFFFFFFFF : m.atip ? m.atip->leadIn : 0;
+    const uint32_t leadOut = m.status == 2 ? 0xFFFFFFFF : m.atip ? m.atip->leadOut : 0;
     return reply(34, {{0, 2, 32},
                       {2, 1, state},
                       {3, 1, 1},
@@ -168,8 +161,8 @@ Bytes toc(const Medium &m, const uint8_t *cdb)
         return reply(28, {{0, 2, 26},
                           {4, 1, 0x50u | (a.refSpeed & 7)},
                           {6, 1, 0x80u | (a.rewritable ? 0x40 : 0) | (a.subType & 7) << 3},
-                          {8, 3, msf(a.leadIn)},
-                          {12, 3, msf(a.leadOut)}});
+                          {8, 3, a.leadIn},
+                          {12, 3, a.leadOut}});
     }
     const std::vector<Track> tracks = closedTracks(m);
     const auto count = static_cast<uint32_t>(tracks.size()), first = std::max<uint32_t>(cdb[6], 1);
@@ -211,46 +204,49 @@ Bytes dvdStructure(const Medium &m, const uint8_t *cdb)
                             {12, 4, end},
                             {16, 4, layer0End}});
 }
-} // namespace
 
-std::vector<uint8_t> MmcDrive::answer(const uint8_t *cdb) const
+// The replies by opcode.
+using Reply = Bytes (*)(const MmcDrive &, const uint8_t *);
+const std::map<uint8_t, Reply> kReplies = {
+    {0x00, [](const MmcDrive &, const uint8_t *) { return Bytes(); }},
+    {0x12, [](const MmcDrive &d, const uint8_t *) { return inquiry(d); }},
+    {0x46, [](const MmcDrive &d, const uint8_t *) { return configuration(d.medium); }},
+    {0x51, [](const MmcDrive &d, const uint8_t *) { return discInformation(d.medium); }},
+    {0x52, [](const MmcDrive &d, const uint8_t *c) { return trackInformation(d.medium, c); }},
+    {0x23, [](const MmcDrive &d, const uint8_t *) { return formatCapacities(d.medium); }},
+    {0x43, [](const MmcDrive &d, const uint8_t *c) { return toc(d.medium, c); }},
+    {0xAD, [](const MmcDrive &d, const uint8_t *c) { return dvdStructure(d.medium, c); }},
+    // The last block and the block length; the buffer and its blank length.
+    {0x25,
+     [](const MmcDrive &d, const uint8_t *) {
+         const uint32_t last = std::max<uint32_t>(recordedEnd(d.medium), 1) - 1;
+         return reply(8, {{0, 4, last}, {4, 4, kBlockLength}});
+     }},
+    {0x5C,
+     [](const MmcDrive &d, const uint8_t *) {
+         return reply(12, {{0, 2, 10}, {4, 4, d.bufferBytes}, {8, 4, d.bufferBytes}});
+     }},
+};
+
+// The reply of the loaded medium; throws the sense data of a refusal.
+Bytes answer(const MmcDrive &d, const uint8_t *cdb)
 {
-    const Medium &m = medium;
+    const Medium &m = d.medium;
     // INQUIRY, GET CONFIGURATION and READ BUFFER CAPACITY need no medium.
     require(m.present || cdb[0] == 0x12 || cdb[0] == 0x46 || cdb[0] == 0x5C, kNoMedium);
     // A hard disk takes no MMC commands.
     require(!m.present || m.profile != 0 || cdb[0] == 0x00 || cdb[0] == 0x12, kInvalidOpcode);
-    switch (cdb[0]) {
-    case 0x00:
-        return {};
-    case 0x12:
-        return inquiry(*this);
-    case 0x46:
-        return configuration(m);
-    case 0x51:
-        return discInformation(m);
-    case 0x52:
-        return trackInformation(m, cdb);
-    case 0x23:
-        return formatCapacities(m);
-    case 0x43:
-        return toc(m, cdb);
-    case 0xAD:
-        return dvdStructure(m, cdb);
-    // The last block and the block length; the buffer and its blank length.
-    case 0x25:
-        return reply(8, {{0, 4, std::max<uint32_t>(recordedEnd(m), 1) - 1}, {4, 4, kBlockLength}});
-    case 0x5C:
-        return reply(12, {{0, 2, 10}, {4, 4, bufferBytes}, {8, 4, bufferBytes}});
-    default:
-        throw kInvalidOpcode;
-    }
+    const auto found = kReplies.find(cdb[0]);
+    require(found != kReplies.end(), kInvalidOpcode);
+    return found->second(d, cdb);
 }
+} // namespace
 
 int MmcDrive::execute(sg_io_hdr_t &hdr)
 {
-    if (hdr.interface_id != 'S' || hdr.cmdp == nullptr || hdr.cmd_len == 0) {
-        errno = hdr.interface_id != 'S' ? ENOSYS : EFAULT;
+    const bool broken = --failCall == 0;
+    if (broken || hdr.interface_id != 'S' || hdr.cmdp == nullptr || hdr.cmd_len == 0) {
+        errno = broken ? EIO : hdr.interface_id != 'S' ? ENOSYS : EFAULT;
         return -1;
     }
     issued.push_back({Bytes(hdr.cmdp, hdr.cmdp + hdr.cmd_len), hdr});
@@ -258,11 +254,11 @@ int MmcDrive::execute(sg_io_hdr_t &hdr)
         return f.opcode == hdr.cmdp[0] && f.count > 0;
     });
     const bool faulty = fault != faults_.end() && fault->after-- <= 0 && fault->count-- > 0;
-    const auto canned = replies_.find(hdr.cmdp[0]);
+    const auto given = replies.find(hdr.cmdp[0]);
     std::optional<Sense> sense = faulty ? fault->sense : std::nullopt;
     Bytes data;
     try {
-        data = faulty ? Bytes() : canned != replies_.end() ? canned->second : answer(hdr.cmdp);
+        data = faulty ? Bytes() : given != replies.end() ? given->second : answer(*this, hdr.cmdp);
     } catch (const Sense &refused) {
         sense = refused;
     }
@@ -318,20 +314,21 @@ Medium mediumOf(std::vector<std::string> column)
         m.tracks.push_back({t[0], t[1], t[2]});
     }
     for (const Numbers &c : itemsOf(column[3])) {
-        m.capacities.push_back({c[0], static_cast<uint8_t>(c[1]), c[2]});
+        m.capacities.push_back({c[0], c[1], c[2]});
     }
     for (const Numbers &p : itemsOf(column[4])) {
-        m.physical = Physical{static_cast<uint8_t>(p[0]), static_cast<uint8_t>(p[1]), p[2],
-                              p[3] != 0, p[4] != 0};
+        m.physical = Physical{p[0], p[1], p[2], p[3] != 0, p[4] != 0};
     }
     for (const Numbers &n : itemsOf(column[5])) {
-        const std::vector<uint8_t> a(n.begin(), n.end());
-        m.atip = Atip{{a[0], a[1], a[2]}, {a[3], a[4], a[5]}, a[6], a[7] != 0, a[8]};
+        m.atip = Atip{n[0] << 16 | n[1] << 8 | n[2], n[3] << 16 | n[4] << 8 | n[5], n[6], n[8],
+                      n[7] != 0};
     }
     return m;
 }
 
-const std::map<std::string, Medium> &rows()
+} // namespace
+
+const Medium &byName(const std::string &name)
 {
     static const auto table = [] {
         std::map<std::string, Medium> out;
@@ -348,25 +345,10 @@ const std::map<std::string, Medium> &rows()
         }
         return out;
     }();
-    return table;
-}
-} // namespace
-
-const Medium &byName(const std::string &name)
-{
-    return rows().at(name);
+    return table.at(name);
 }
 
-const Medium &kDisk = byName("hard disk"), &kNone = byName("no medium"), &kCdRom = byName("CD-ROM"),
-             &kCdRBlank = byName("CD-R blank"), &kCdROneTrack = byName("CD-R one track"),
-             &kCdRTwoTracks = byName("CD-R two tracks"), &kCdRFinalized = byName("CD-R finalized"),
-             &kCdRw = byName("CD-RW blank"), &kDvdRom = byName("DVD-ROM"),
-             &kDvdR = byName("DVD-R blank"), &kDvdR80mm = byName("DVD-R 8 cm incomplete"),
-             &kDvdRwSequential = byName("DVD-RW sequential incomplete"),
-             &kDvdRwRestricted = byName("DVD-RW restricted overwrite"),
-             &kDvdPlusR = byName("DVD+R incomplete"),
-             &kDvdPlusRwFormatted = byName("DVD+RW formatted"), &kDvdRam = byName("DVD-RAM"),
-             &kBdR = byName("BD-R blank");
+const Medium &kDisk = byName("hard disk"), &kNone = byName("no medium");
 } // namespace media
 
 } // namespace fake

@@ -16,27 +16,20 @@ namespace fake {
 // them: the ATIP of a writable CD, tracks in logical blocks (one with free
 // blocks is open and not in the table of contents), READ FORMAT CAPACITIES
 // descriptors, the physical format of a DVD. A rewritable layer or ATIP, or
-// the BD-RE profile, make the disc erasable.
-struct Msf {
-    uint8_t m, s, f;
-};
+// the BD-RE profile, make the disc erasable. Times are MSF, minutes in the
+// third byte from the end.
 struct Atip {
-    Msf leadIn, leadOut;
-    uint8_t refSpeed;
+    uint32_t leadIn, leadOut, refSpeed, subType;
     bool rewritable;
-    uint8_t subType;
 };
 struct Track {
     uint32_t start, size, free = 0;
 };
 struct Capacity {
-    uint32_t blocks;
-    uint8_t type;
-    uint32_t param;
+    uint32_t blocks, type, param;
 };
 struct Physical {
-    uint8_t bookType, layerType;
-    uint32_t sectors;
+    uint32_t bookType, layerType, sectors;
     bool small = false, twoLayers = false;
 };
 struct Medium {
@@ -50,13 +43,11 @@ struct Medium {
 };
 
 // The media of the table tests/data/mmc/media.txt by name (throws for a
-// name it lacks), and some of them by constant; kDisk is a hard disk behind
+// name it lacks), and two of them by constant; kDisk is a hard disk behind
 // a generic node: always ready, no MMC.
 namespace media {
 const Medium &byName(const std::string &name);
-extern const Medium &kNone, &kCdRom, &kCdRBlank, &kCdROneTrack, &kCdRTwoTracks, &kCdRFinalized,
-    &kCdRw, &kDvdRom, &kDvdR, &kDvdR80mm, &kDvdRwSequential, &kDvdRwRestricted, &kDvdPlusR,
-    &kDvdPlusRwFormatted, &kDvdRam, &kBdR, &kDisk;
+extern const Medium &kNone, &kDisk;
 } // namespace media
 
 // Fixed-format sense data: byte 2 (sense key in its low four bits, flags
@@ -67,9 +58,11 @@ struct Sense {
 
 class MmcDrive {
 public:
-    std::string vendor = "HL-DT-ST", product = "DVDRAM GSA-4083N", revision = "1.00";
+    std::string vendor = "HL-DT-ST", product = "DVDRAM GSA-4083N";
     uint32_t bufferBytes = 0x200000;
+    int failCall = 0; // the SG_IO call (from 1) that fails with EIO, unseen by the drive
     Medium medium;
+    std::map<uint8_t, std::vector<uint8_t>> replies; // canned, by opcode, whatever the medium
     // The commands as the drive received them.
     struct Issue {
         std::vector<uint8_t> cdb;
@@ -86,22 +79,9 @@ public:
     {
         faults_.push_back({opcode, after, count, sense});
     }
-    // From now on commands with this opcode get this reply, whatever the medium.
-    void answerWith(uint8_t opcode, std::vector<uint8_t> reply)
-    {
-        replies_[opcode] = std::move(reply);
-    }
 
     // Carries out SG_IO; 0, or -1 with errno as the kernel would.
     int execute(sg_io_hdr_t &hdr);
-    std::vector<uint8_t> opcodes() const
-    {
-        std::vector<uint8_t> out;
-        for (const Issue &i : issued) {
-            out.push_back(i.cdb[0]);
-        }
-        return out;
-    }
 
 private:
     struct Fault {
@@ -109,11 +89,7 @@ private:
         int after, count;
         std::optional<Sense> sense;
     };
-    // The reply of the loaded medium; throws the sense data of a refusal.
-    std::vector<uint8_t> answer(const uint8_t *cdb) const;
-
     std::vector<Fault> faults_;
-    std::map<uint8_t, std::vector<uint8_t>> replies_;
 };
 
 } // namespace fake

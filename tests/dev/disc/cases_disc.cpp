@@ -1,7 +1,6 @@
 // Operations of the disc and eject case files (tests/cases/disc): the overview
 // and the trial mounts on a drive record, each medium read each way, the
 // ejects of one drive and the sweep over SCSI hosts.
-#include <cerrno>
 #include <fcntl.h>
 #include <linux/cdrom.h>
 #include <linux/fs.h>
@@ -18,20 +17,6 @@ using cases::Args;
 using cases::hex;
 
 std::map<std::string, std::shared_ptr<fake::ScsiNode>> gDiscNodes;
-
-// A node that refuses its SG_IO request number failAt (from 1), unrecorded.
-struct FlakyNode : fake::ScsiNode {
-    using ScsiNode::ScsiNode;
-    long failAt = 0;
-    int ioctl(unsigned long code, void *arg) override
-    {
-        if (code == SG_IO && --failAt == 0) {
-            errno = EIO;
-            return -1;
-        }
-        return ScsiNode::ioctl(code, arg);
-    }
-};
 
 // A record of the drive (device, cdrom flag) over /dev/sg0, its used space 77.
 cases::Op onRecord(int (*fn)(DevRecord *))
@@ -81,12 +66,11 @@ std::string discRow(Args &a)
 // command block and the header fields an eject must set, and the requests.
 std::string ejectScsi(Args &a)
 {
-    auto drive = std::make_shared<fake::MmcDrive>(fake::media::kCdRom);
+    auto drive = std::make_shared<fake::MmcDrive>(fake::media::byName("CD-ROM"));
     drive->failNext(0x1B, 2, fake::Sense{0x02, 0x3A, 0x00}); // no medium: not looked at
-    auto node = std::make_shared<FlakyNode>(fake::ScsiAddress{}, drive);
-    node->failAt = a.n(0);
+    drive->failCall = static_cast<int>(a.n(0));
+    const auto node = fake::addScsiNode("/dev/sr0", {}, drive);
     node->sgVersion = static_cast<int>(a.n(1));
-    fake::addDevice("/dev/sr0", node);
     const int fd = open("/dev/sr0", O_RDONLY | O_NONBLOCK);
     std::string out = std::to_string(EjectScsi("/dev/sr0", fd));
     close(fd);

@@ -17,11 +17,6 @@ std::shared_ptr<fake::ScsiNode> node;
 DiscInfo info;
 int64_t sleptBefore = 0;
 
-long long num(const Args &a, size_t i)
-{
-    return std::strtoll(a.s(i) != nullptr ? a.s(i) : "0", nullptr, 0);
-}
-
 auto fieldsOf(DiscInfo &d)
 {
     return std::tie(d.type1, d.type2, d.type3, d.sub_type, d.reseved_flag, d.appendable,
@@ -35,6 +30,20 @@ std::string shown()
     std::string out;
     std::apply([&](auto &...f) { ((out += " " + std::to_string(f)), ...); }, fieldsOf(info));
     return "[" + out.substr(1) + "]";
+}
+
+uint8_t byte(const Args &a, size_t i)
+{
+    return static_cast<uint8_t>(a.n(i));
+}
+
+// An operation that only sets the drive up and prints nothing.
+cases::Op setUp(void (*fn)(Args &))
+{
+    return [fn](Args &a) {
+        fn(a);
+        return std::string();
+    };
 }
 
 // The drive's node opened for one call, as the library's callers do.
@@ -119,103 +128,73 @@ std::string inquiry(Args &a)
     return std::to_string(result) + " " + cases::q(std::string(model, sizeof model));
 }
 
-std::string failNext(Args &a)
+void failNext(Args &a)
 {
     const bool sense = a.str(2) != "none";
-    const auto byte = [&](size_t i) { return static_cast<uint8_t>(a.n(i)); };
-    drive->failNext(byte(0), static_cast<int>(a.n(1)),
-                    sense ? std::optional(fake::Sense{byte(2), byte(3), byte(4)}) : std::nullopt,
+    drive->failNext(byte(a, 0), static_cast<int>(a.n(1)),
+                    sense ? std::optional(fake::Sense{byte(a, 2), byte(a, 3), byte(a, 4)})
+                          : std::nullopt,
                     static_cast<int>(a.n(sense ? 5 : 3)));
-    return std::string();
 }
 
 const cases::Register ops({
     // The drive and its medium.
-    {"loadMedium",
-     [](Args &a) {
+    {"loadMedium", setUp([](Args &a) {
          fake::hideScsiNodes();
          drive = std::make_shared<fake::MmcDrive>(fake::media::byName(a.str(0)));
          node = fake::addScsiNode("/dev/sg0", {0, 0, 0, 0}, drive);
          info = DiscInfo{};
-         return std::string();
-     }},
-    {"profile",
-     [](Args &a) {
-         drive->medium.profile = static_cast<uint16_t>(a.n(0));
-         return std::string();
-     }},
-    {"atip",
-     [](Args &a) {
-         drive->medium.atip->subType = static_cast<uint8_t>(a.n(0));
-         drive->medium.atip->leadOut = {static_cast<uint8_t>(a.n(1)), static_cast<uint8_t>(a.n(2)),
-                                        static_cast<uint8_t>(a.n(3))};
-         return std::string();
-     }},
+     })},
+    {"profile", setUp([](Args &a) { drive->medium.profile = static_cast<uint16_t>(a.n(0)); })},
+    // The sub-type and the last lead-out in MSF.
+    {"atip", setUp([](Args &a) {
+         drive->medium.atip->subType = byte(a, 0);
+         drive->medium.atip->leadOut = static_cast<uint32_t>(a.n(1) << 16 | a.n(2) << 8 | a.n(3));
+     })},
     {"trackFree",
-     [](Args &a) {
-         drive->medium.tracks.at(a.n(0)).free = static_cast<uint32_t>(a.n(1));
-         return std::string();
-     }},
-    {"capacities",
-     [](Args &a) {
+     setUp([](Args &a) { drive->medium.tracks.at(a.n(0)).free = static_cast<uint32_t>(a.n(1)); })},
+    {"capacities", setUp([](Args &a) {
          drive->medium.capacities.clear();
          for (size_t i = 0; i + 2 < a.size(); i += 3) {
              drive->medium.capacities.push_back({static_cast<uint32_t>(a.n(i)),
-                                                 static_cast<uint8_t>(a.n(i + 1)),
+                                                 static_cast<uint32_t>(a.n(i + 1)),
                                                  static_cast<uint32_t>(a.n(i + 2))});
          }
-         return std::string();
-     }},
-    {"identity",
-     [](Args &a) {
+     })},
+    {"identity", setUp([](Args &a) {
          drive->vendor = a.str(0);
          drive->product = a.str(1);
-         return std::string();
-     }},
-    {"bufferBytes",
-     [](Args &a) {
-         drive->bufferBytes = static_cast<uint32_t>(num(a, 0));
-         return std::string();
-     }},
-    {"failNext", failNext},
+     })},
+    {"bufferBytes", setUp([](Args &a) {
+         drive->bufferBytes = static_cast<uint32_t>(std::strtoul(a.s(0), nullptr, 0));
+     })},
+    {"failNext", setUp(failNext)},
     // A canned reply: the bytes given, zeros up to the length given.
-    {"answerWith",
-     [](Args &a) {
+    {"answerWith", setUp([](Args &a) {
          const std::string bytes = a.str(1);
          std::vector<uint8_t> reply(bytes.begin(), bytes.end());
          reply.resize(std::max<size_t>(reply.size(), a.n(2)));
-         drive->answerWith(static_cast<uint8_t>(a.n(0)), reply);
-         return std::string();
-     }},
-    {"sgVersion",
-     [](Args &a) {
-         node->sgVersion = static_cast<int>(a.n(0));
-         return std::string();
-     }},
-    {"ioctlFails",
-     [](Args &a) {
+         drive->replies[byte(a, 0)] = reply;
+     })},
+    {"sgVersion", setUp([](Args &a) { node->sgVersion = static_cast<int>(a.n(0)); })},
+    {"ioctlFails", setUp([](Args &a) {
          node->failures[a.str(0) == "SG_IO" ? SG_IO : SG_GET_VERSION_NUM] =
              static_cast<int>(a.n(1));
-         return std::string();
-     }},
-    // Sets the record's fields in order; those not given are zero.
+     })},
     {"record",
      [](Args &a) {
          size_t i = 0;
+         const auto next = [&] { return std::strtoll(a.str(i++).c_str(), nullptr, 0); };
          std::apply(
-             [&](auto &...f) {
-                 ((f = static_cast<std::remove_reference_t<decltype(f)>>(num(a, i++))), ...);
-             },
+             [&](auto &...f) { ((f = static_cast<std::decay_t<decltype(f)>>(next())), ...); },
              fieldsOf(info));
          return shown();
      }},
     {"issued", [](Args &) { return issued(); }},
-    {"fakeClock",
-     [](Args &) {
+    {"fakeClock", setUp([](Args &) {
          fake::clock::enable();
          sleptBefore = fake::clock::sleptNs();
-         return std::string();
-     }},
+     })},
     {"sleptSince",
      [](Args &) {
          const int64_t ns = fake::clock::sleptNs() - sleptBefore;

@@ -18,8 +18,8 @@ std::string addNode(Args &a)
     const std::string kind = a.str(5), failing = a.str(6);
     std::shared_ptr<fake::MmcDrive> drive;
     if (kind != "disk") {
-        drive = std::make_shared<fake::MmcDrive>(kind == "loaded" ? fake::media::kDvdRom
-                                                                  : fake::media::kNone);
+        drive = std::make_shared<fake::MmcDrive>(
+            fake::media::byName(kind == "loaded" ? "DVD-ROM" : "no medium"));
     }
     const auto node = fake::addScsiNode(a.str(0),
                                         {static_cast<int>(a.n(1)), static_cast<int>(a.n(2)),

@@ -45,17 +45,16 @@ std::string smartValue(Args &a)
     return rc(result) + " " + rc(smart.value);
 }
 
-template <int (*fn)(char *, const char *)> std::string idOf(Args &a)
+// A call filling a buffer of its exact size that holds "-" before.
+cases::Op intoBuffer(int (*fn)(char *, const char *), size_t size, const char *name)
 {
-    char id[DEV_ID_SIZE] = "-";
-    a.alias(id, "id");
-    const int result = fn(id, a.s(0));
-    return rc(result) + " " + q(id);
-}
-
-int idViaDev(char *id, const char *dev)
-{
-    return Dev_GetIDViaDev(id, dev);
+    return [=](Args &a) {
+        std::vector<char> out(size);
+        out[0] = '-';
+        a.alias(out.data(), name);
+        const int result = fn(out.data(), a.s(0));
+        return rc(result) + " " + q(out.data());
+    };
 }
 
 // Length, then the bytes of the encoded path around its start and its end.
@@ -109,10 +108,9 @@ std::map<std::string, std::shared_ptr<fake::ScsiNode>> gNodes;
 // a SanDisk stick.
 std::string scsiNode(Args &a)
 {
-    const std::map<std::string, const fake::Medium *> media = {{"disk", &fake::media::kDisk},
-                                                               {"none", &fake::media::kNone},
-                                                               {"dvd", &fake::media::kDvdRom}};
-    auto drive = std::make_shared<fake::MmcDrive>(*media.at(a.str(3)));
+    const std::map<std::string, std::string> media = {
+        {"disk", "hard disk"}, {"none", "no medium"}, {"dvd", "DVD-ROM"}};
+    auto drive = std::make_shared<fake::MmcDrive>(fake::media::byName(media.at(a.str(3))));
     if (a.str(3) == "disk") {
         drive->vendor = "SanDisk";
         drive->product = "Cruzer Blade";
@@ -242,8 +240,8 @@ int gHeld = -1; // a file kept open to make a mount busy
 const cases::Register ops({
     {"Identify", identify},
     {"Smart", smartValue},
-    {"IDViaDev", idOf<idViaDev>},
-    {"IDViaMount", idOf<Dev_GetIDViaMount>},
+    {"IDViaDev", intoBuffer(Dev_GetIDViaDev, DEV_ID_SIZE, "id")},
+    {"IDViaMount", intoBuffer(Dev_GetIDViaMount, DEV_ID_SIZE, "id")},
     {"InPartitions", [](Args &a) { return rc(Dev_IsInProcPartitions(a.s(0))); }},
     {"InitFsArray",
      [](Args &) {
@@ -273,13 +271,7 @@ const cases::Register ops({
          const int result = a.size() > 1 ? Dev_nGetMPT(a.s(0), mpt, n) : Dev_GetMPT(a.s(0), mpt);
          return rc(result) + " " + q(mpt);
      }},
-    {"DevViaMount",
-     [](Args &a) {
-         char device[DEV_MPT_SIZE] = "-";
-         a.alias(device, "device");
-         const int result = Dev_GetDevViaMount(device, a.s(0));
-         return rc(result) + " " + q(device);
-     }},
+    {"DevViaMount", intoBuffer(Dev_GetDevViaMount, DEV_MPT_SIZE, "device")},
     {"Entry", entry},
     {"devWorld", enumeration},
     {"scsiNode", scsiNode},
