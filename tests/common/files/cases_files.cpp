@@ -150,6 +150,16 @@ const cases::Register ops({
      }},
     // The file utilities.
     {"Mkdir", [](Args &a) { return rc(COM_Mkdir(a.s(0), a.n(1))); }},
+    // A relative name made from inside a directory, with errno clear before.
+    {"MkdirIn",
+     [](Args &a) {
+         const fs::path back = fs::current_path();
+         fs::current_path(a.str(0));
+         errno = 0;
+         const int result = COM_Mkdir(a.s(1), 0755);
+         fs::current_path(back);
+         return rc(result);
+     }},
     {"RemoveDirAndFile", [](Args &a) { return rc(COM_RemoveDirAndFile(a.n(0), a.s(1))); }},
     {"RemoveFileInDir", [](Args &a) { return rc(COM_RemoveFileInDir(a.n(0), a.s(1))); }},
     {"RemoveDirAndFileAsNobody", asNobody(COM_RemoveDirAndFile)},
