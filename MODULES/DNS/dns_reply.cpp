@@ -75,10 +75,9 @@ int DNS_ParserA(const uint8_t *pPacket, int length, DnsRecord *pRecords)
     while (reply.length - cursor >= 4 && !reply.has(cursor, kQuestionEnd, sizeof kQuestionEnd)) {
         ++cursor;
     }
-    if (reply.length - cursor <= kFirstAnswerData) { // not found, or no answer behind it
-        return -1;
-    }
     // Step over answers of other data, such as a CNAME, to the first address.
+    // Without a question end, or with no answer behind it, the step leaves the
+    // reply and the search below finds nothing.
     cursor += kFirstAnswerData;
     while (!reply.has(cursor - 2, kAddressLength, sizeof kAddressLength) && cursor < reply.length) {
         ++cursor;
