@@ -27,26 +27,26 @@ struct Profile {
     int supported;
 };
 
-// The media the recorder knows; type3 -1 keeps the preset.
+// The media the recorder knows, with the three type fields each one sets.
 constexpr Profile kProfiles[] = {
-    {0x0008, "It's CD-ROM and CANNOT be used for export!\n", DISC_TYPE1_CD, DISC_TYPE2_ROM, -1, 0},
-    {0x0009, "It's CD-R and supported!\n", DISC_TYPE1_CD, DISC_TYPE2_R, -1, 1},
-    {0x000A, "It's CD-RW and supported!\n", DISC_TYPE1_CD, DISC_TYPE2_RW, -1, 1},
-    {0x0010, "It's DVD-ROM and supported!\n", DISC_TYPE1_DVD_ROM, DISC_TYPE2_ROM, -1, 1},
+    {0x0008, "It's CD-ROM and CANNOT be used for export!\n", DISC_TYPE1_CD, DISC_TYPE2_ROM, 0, 0},
+    {0x0009, "It's CD-R and supported!\n", DISC_TYPE1_CD, DISC_TYPE2_R, 0, 1},
+    {0x000A, "It's CD-RW and supported!\n", DISC_TYPE1_CD, DISC_TYPE2_RW, 0, 1},
+    {0x0010, "It's DVD-ROM and supported!\n", DISC_TYPE1_DVD_ROM, DISC_TYPE2_ROM, 0, 1},
     {0x0011, "It's DVD-R Sequential Recording and supported!\n", DISC_TYPE1_DVD_MINUS, DISC_TYPE2_R,
      0, 1},
-    {0x0012, "It's DVD-RAM but NOT supported!\n", DISC_TYPE1_DVD_RAM, DISC_TYPE2_RAM, -1, 0},
+    {0x0012, "It's DVD-RAM but NOT supported!\n", DISC_TYPE1_DVD_RAM, DISC_TYPE2_RAM, 0, 0},
     {0x0013, "It's DVD-RW Restricted Overwrite and supported!\n", DISC_TYPE1_DVD_MINUS,
      DISC_TYPE2_RW, DISC_TYPE3_RESTRICTED_OVERWRITE, 1},
     {0x0014, "It's DVD-RW Sequential Recording and supported!\n", DISC_TYPE1_DVD_MINUS,
      DISC_TYPE2_RW, DISC_TYPE3_SEQUENTIAL, 1},
-    {0x001A, "It's DVD+RW and supported!\n", DISC_TYPE1_DVD_PLUS, DISC_TYPE2_RW, -1, 1},
-    {0x001B, "It's DVD+R and supported!\n", DISC_TYPE1_DVD_PLUS, DISC_TYPE2_R, -1, 1},
-    {0x0020, "It's DDCD-ROM and CANNOT be used for export!\n", DISC_TYPE1_DDCD, DISC_TYPE2_ROM, -1,
+    {0x001A, "It's DVD+RW and supported!\n", DISC_TYPE1_DVD_PLUS, DISC_TYPE2_RW, 0, 1},
+    {0x001B, "It's DVD+R and supported!\n", DISC_TYPE1_DVD_PLUS, DISC_TYPE2_R, 0, 1},
+    {0x0020, "It's DDCD-ROM and CANNOT be used for export!\n", DISC_TYPE1_DDCD, DISC_TYPE2_ROM, 0,
      0},
-    {0x0021, "It's DDCD-R but NOT supported!\n", DISC_TYPE1_DDCD, DISC_TYPE2_R, -1, 0},
-    {0x0022, "It's DDCD-RW but NOT supported!\n", DISC_TYPE1_DDCD, DISC_TYPE2_RW, -1, 0},
-    {0x0040, "It's BD-ROM and supported!\n", DISC_TYPE1_BD, DISC_TYPE2_ROM, -1, 1},
+    {0x0021, "It's DDCD-R but NOT supported!\n", DISC_TYPE1_DDCD, DISC_TYPE2_R, 0, 0},
+    {0x0022, "It's DDCD-RW but NOT supported!\n", DISC_TYPE1_DDCD, DISC_TYPE2_RW, 0, 0},
+    {0x0040, "It's BD-ROM and supported!\n", DISC_TYPE1_BD, DISC_TYPE2_ROM, 0, 1},
 };
 } // namespace
 
@@ -121,9 +121,7 @@ int Dev_GetConfiguration(const char *pName, int fd, DiscInfo *pInfo)
             COM_LOG(__func__, "%s", p.message);
             pInfo->type1 = p.type1;
             pInfo->type2 = p.type2;
-            if (p.type3 >= 0) {
-                pInfo->type3 = p.type3;
-            }
+            pInfo->type3 = p.type3;
             return p.supported;
         }
     }
