@@ -160,7 +160,8 @@ Bytes toc(const Medium &m, const uint8_t *cdb)
         const Atip &a = *m.atip;
         return reply(28, {{0, 2, 26},
                           {4, 1, 0x50u | (a.refSpeed & 7)},
-                          {6, 1, 0x80u | (a.rewritable ? 0x40 : 0) | (a.subType & 7) << 3},
+                          // A3 valid set: a flag the disc type must not be read from.
+                          {6, 1, 0x81u | (a.rewritable ? 0x40 : 0) | (a.subType & 7) << 3},
                           {8, 3, a.leadIn},
                           {12, 3, a.leadOut}});
     }

@@ -31,7 +31,7 @@ constexpr int kDefaultPort = 80;
 // "%d" of a port, at most 7 characters.
 constexpr size_t kPortTextSize = 8;
 
-// The first line of a one-line file in buf, or "unknown" cut to size.
+// The first line of a one-line file in buf, or "unknown" when it has none.
 int readValue(const char *path, char *buf, int size)
 {
     if (buf != nullptr && size > 0) {

@@ -90,6 +90,9 @@ TEST_F(NetPeer, UnitRecordFromFilesAndQueries)
 {
     ASSERT_EQ(COM_SetUnitName("dvr-unit"), 0);
     EXPECT_EQ(fake::readFile("/etc/hostname"), "dvr-unit");
+    char cut[3];
+    EXPECT_EQ(COM_GetUnitName(cut, sizeof cut), -1); // too small for the name: "unknown" cut
+    EXPECT_STREQ(cut, "un");
     std::ofstream("/etc/Model") << "DVR-16\nsecond line\n";
     std::ofstream("/etc/Proj") << "harbour";
     std::ofstream("/etc/network/interfaces") << "auto eth0\n";

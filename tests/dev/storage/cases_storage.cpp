@@ -46,11 +46,20 @@ std::string smartValue(Args &a)
 }
 
 // A call filling a buffer of its exact size that holds "-" before.
+// "-" in a buffer whose later bytes are not zero, so that a copy which leaves
+// out its terminator shows.
+void dashed(char *out, size_t size)
+{
+    memset(out, 'X', size - 1);
+    out[size - 1] = '\0';
+    memcpy(out, "-", 2);
+}
+
 cases::Op intoBuffer(int (*fn)(char *, const char *), size_t size, const char *name)
 {
     return [=](Args &a) {
         std::vector<char> out(size);
-        out[0] = '-';
+        dashed(out.data(), size);
         a.alias(out.data(), name);
         const int result = fn(out.data(), a.s(0));
         return rc(result) + " " + q(out.data());
@@ -265,7 +274,8 @@ const cases::Register ops({
      }},
     {"MPT",
      [](Args &a) {
-         char mpt[DEV_MPT_SIZE] = "-";
+         char mpt[DEV_MPT_SIZE];
+         dashed(mpt, sizeof mpt);
          a.alias(mpt, "mpt");
          const int n = static_cast<int>(a.n(1));
          const int result = a.size() > 1 ? Dev_nGetMPT(a.s(0), mpt, n) : Dev_GetMPT(a.s(0), mpt);
