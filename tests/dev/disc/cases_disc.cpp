@@ -124,6 +124,13 @@ const cases::Register ops({
     {"GetDvdMinusRwInfo", onRecord(Dev_GetDvdMinusRwInfo)},
     {"GetBDReInfo", onRecord(Dev_GetBDReInfo)},
     {"discRow", discRow},
+    // The DVD and BD readers without a record to fill.
+    {"NullInfo",
+     [](Args &) {
+         return cases::nums(
+             {Dev_ReadDvdStruct("sr0", -1, nullptr), Dev_ReadDvdRToc("sr0", -1, nullptr),
+              Dev_GetDvdInfo("sr0", -1, nullptr), Dev_GetBDInfo("sr0", -1, nullptr)});
+     }},
     {"EjectScsi", ejectScsi},
     {"ejectDrive", ejectDrive},
     {"nodeFault", nodeFault},
