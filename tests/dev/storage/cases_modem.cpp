@@ -24,7 +24,7 @@ const cases::Register ops({
          fake::redirect("/lib/modules/gsm_modem.ko", a.tmp->write("gsm_modem.ko", ""));
          return std::string();
      }},
-    // Result, path and time slept, with the stand-ins alone on PATH.
+    // Result, path and time slept, with the stand-ins on PATH behind a missing folder.
     {"Insert3gModemDriver",
      [](Args &a) {
          if (a.size() > 0) { // "NULL"
@@ -32,7 +32,7 @@ const cases::Register ops({
          }
          const char *saved = getenv("PATH");
          const std::string path = saved != nullptr ? saved : "";
-         setenv("PATH", (kModem + "/bin").c_str(), 1);
+         setenv("PATH", ("/no/such:" + kModem + "/bin").c_str(), 1);
          setenv("DVR_MODEM_ROOT", a.tmp->path().c_str(), 1);
          fake::clock::enable();
          char dev[DEV_TTY_PATH_SIZE] = "untouched";
