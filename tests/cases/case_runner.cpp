@@ -5,6 +5,8 @@
 
 #include <filesystem>
 #include <fstream>
+#include <sys/resource.h>
+#include <unistd.h>
 #include <sstream>
 
 namespace cases {
@@ -105,6 +107,22 @@ std::string printable(const std::string &text)
     return out;
 }
 
+// Runs fn with the descriptor limit at the lowest free descriptor, so that
+// every open, socket or pipe fails with EMFILE.
+template <typename Fn> std::string withoutFreeDescriptors(Fn &&fn)
+{
+    rlimit saved{};
+    getrlimit(RLIMIT_NOFILE, &saved);
+    const int lowest = dup(0);
+    close(lowest);
+    rlimit none = saved;
+    none.rlim_cur = static_cast<rlim_t>(lowest);
+    setrlimit(RLIMIT_NOFILE, &none);
+    std::string result = fn();
+    setrlimit(RLIMIT_NOFILE, &saved);
+    return result;
+}
+
 std::string transcript(const std::vector<std::string> &calls)
 {
     fake::TempDir tmp;
@@ -113,6 +131,9 @@ std::string transcript(const std::vector<std::string> &calls)
         Args args;
         args.v = words(line, tmp.path());
         args.tmp = &tmp;
+        // "nofds op ...": the op runs with no descriptor left to open.
+        const bool noFds = args.str(0) == "nofds";
+        args.v.erase(args.v.begin(), args.v.begin() + (noFds ? 1 : 0));
         const std::string name = args.str(0);
         args.v.erase(args.v.begin());
         const auto op = table().find(name);
@@ -120,7 +141,8 @@ std::string transcript(const std::vector<std::string> &calls)
         std::string log;
         if (op != table().end()) {
             fake::StdoutCapture capture;
-            result = op->second(args);
+            result =
+                noFds ? withoutFreeDescriptors([&] { return op->second(args); }) : op->second(args);
             log = named(fake::withoutLineNumbers(capture.text()), args);
         }
         for (const auto &[from, to] : args.subs) {

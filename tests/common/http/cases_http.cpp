@@ -111,6 +111,19 @@ const cases::Register ops({
              return rc;
          });
      }},
+    // One exchange with 127.0.0.1:port and no peer of the test's own.
+    {"SubSendTo",
+     [](Args &a) {
+         sockaddr_in to{};
+         to.sin_family = AF_INET;
+         to.sin_port = htons(static_cast<uint16_t>(a.n(0)));
+         to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+         char *out = nullptr;
+         const int rc =
+             COM_SubSendHttpCmd(&to, "h", "\r\n", "/", &out, nullptr, 0, nullptr, 0, nullptr, 0);
+         free(out);
+         return std::to_string(rc) + (out == nullptr ? " no answer" : " an answer");
+     }},
     // Content-Length and header end of one received block.
     {"Block",
      [](Args &a) {
