@@ -169,6 +169,10 @@ const cases::Register ops({
     {"ParseMX", parse(DNS_ParserMX)},
     {"GetA", lookup(DNS_GetA)},
     {"GetMX", lookup(DNS_GetMX)},
+    // A lookup through the name server 127.0.0.1 alone.
+    {"GetAvia127", lookup(+[](const char *name, DnsRecord *r) {
+         return DNS_GetAviaNameServer("127.0.0.1", name, r);
+     })},
     {"Exchange", exchange},
     // A server on 127.0.0.1 that never answers, until what it heard is read.
     {"Silent",
