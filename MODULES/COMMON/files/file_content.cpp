@@ -155,7 +155,8 @@ int COM_SaveID(const char *dirPath, const char *id)
     }
     char path[kIdPathSize];
     const int length = snprintf(path, sizeof path, "%s/%s", dirPath, kIdFileName);
-    if (length < 0 || static_cast<size_t>(length) >= sizeof path) {
+    // A failed snprintf's negative length is huge as a size.
+    if (static_cast<size_t>(length) >= sizeof path) {
         errno = ENAMETOOLONG; // the cut path would name another file
         COM_LOG_FAILED_CALL(__func__, "fopen(%s) error : %s\n", path);
         return -1;

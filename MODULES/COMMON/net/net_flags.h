@@ -32,41 +32,48 @@ constexpr int kMacBytes = 6;
 // Bytes of every text address form, terminator included.
 constexpr int kAddrTextSize = 16;
 
-constexpr FlagInfo mac(Family f, Form form, uint8_t first)
+constexpr FlagInfo iface(Form form, uint16_t request)
+{
+    return {Family::Iface, form, 0, request};
+}
+
+// The forms that take no control request: all but the interface addresses.
+constexpr FlagInfo plain(Family f, Form form, uint8_t first = 0)
 {
     return {f, form, first, 0};
 }
 
 // The nine hardware-address forms, in the order both families use.
-#define NET_MAC_FORMS(family)                                                                  \
-    mac(family, Form::HexUpper, 0), mac(family, Form::HexLower, 0),                            \
-        mac(family, Form::HexUpper, 2), mac(family, Form::HexUpper, 3),                        \
-        mac(family, Form::Colon, 0), mac(family, Form::Colon, 2), mac(family, Form::Colon, 3), \
-        mac(family, Form::RawBytes, 3), mac(family, Form::RawBytes, 4)
+#define NET_MAC_FORMS(family)                                               \
+    plain(family, Form::HexUpper, 0), plain(family, Form::HexLower, 0),     \
+        plain(family, Form::HexUpper, 2), plain(family, Form::HexUpper, 3), \
+        plain(family, Form::Colon, 0), plain(family, Form::Colon, 2),       \
+        plain(family, Form::Colon, 3), plain(family, Form::RawBytes, 3),    \
+        plain(family, Form::RawBytes, 4)
 
 inline constexpr std::array<FlagInfo, 37> kFlags = {{
     NET_MAC_FORMS(Family::Mac),
     NET_MAC_FORMS(Family::Arp),
-    {Family::Iface, Form::Text, 0, kSiocGifAddr},
-    {Family::Iface, Form::Padded, 0, kSiocGifAddr},
-    {Family::Iface, Form::RawWord, 0, kSiocGifAddr},
-    {Family::Iface, Form::Text, 0, kSiocGifBrdAddr},
-    {Family::Iface, Form::Padded, 0, kSiocGifBrdAddr},
-    {Family::Iface, Form::RawWord, 0, kSiocGifBrdAddr},
-    {Family::Iface, Form::Text, 0, kSiocGifNetmask},
-    {Family::Iface, Form::Padded, 0, kSiocGifNetmask},
-    {Family::Iface, Form::RawWord, 0, kSiocGifNetmask},
-    {Family::Gateway, Form::Text, 0, 0},
-    {Family::Gateway, Form::Padded, 0, 0},
-    {Family::Gateway, Form::RawWord, 0, 0},
+    iface(Form::Text, kSiocGifAddr),
+    iface(Form::Padded, kSiocGifAddr),
+    iface(Form::RawWord, kSiocGifAddr),
+    iface(Form::Text, kSiocGifBrdAddr),
+    iface(Form::Padded, kSiocGifBrdAddr),
+    iface(Form::RawWord, kSiocGifBrdAddr),
+    iface(Form::Text, kSiocGifNetmask),
+    iface(Form::Padded, kSiocGifNetmask),
+    iface(Form::RawWord, kSiocGifNetmask),
+    plain(Family::Gateway, Form::Text),
+    plain(Family::Gateway, Form::Padded),
+    plain(Family::Gateway, Form::RawWord),
     // The raw name-server forms stand after both text pairs.
-    {Family::Dns, Form::Text, 1, 0},
-    {Family::Dns, Form::Padded, 1, 0},
-    {Family::Dns, Form::Text, 2, 0},
-    {Family::Dns, Form::Padded, 2, 0},
-    {Family::Dns, Form::RawWord, 1, 0},
-    {Family::Dns, Form::RawWord, 2, 0},
-    {Family::Mtu, Form::Int, 0, 0},
+    plain(Family::Dns, Form::Text, 1),
+    plain(Family::Dns, Form::Padded, 1),
+    plain(Family::Dns, Form::Text, 2),
+    plain(Family::Dns, Form::Padded, 2),
+    plain(Family::Dns, Form::RawWord, 1),
+    plain(Family::Dns, Form::RawWord, 2),
+    plain(Family::Mtu, Form::Int),
 }};
 #undef NET_MAC_FORMS
 

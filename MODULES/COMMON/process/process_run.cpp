@@ -114,7 +114,7 @@ private:
         while ((got = read(fd_, block_, sizeof block_)) < 0 && errno == EINTR) {
         }
         pos_ = 0;
-        end_ = got > 0 ? static_cast<size_t>(got) : 0;
+        end_ = static_cast<size_t>(std::max<ssize_t>(got, 0));
         return end_ > 0;
     }
 

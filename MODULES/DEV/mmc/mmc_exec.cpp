@@ -69,7 +69,7 @@ void dumpReply(const sg_io_hdr_t &hdr)
     const unsigned length = bytes != nullptr ? hdr.dxfer_len : 0;
     for (unsigned row = 0; row < length; row += kReplyBytesPerRow) {
         const unsigned count = std::min<unsigned>(kReplyBytesPerRow, length - row);
-        char text[kReplyBytesPerRow + 1] = {};
+        char text[kReplyBytesPerRow] = {}; // printed with its length, no terminator
         printf("%04xh  ", row);
         for (unsigned i = 0; i < count; ++i) {
             const uint8_t b = bytes[row + i];

@@ -24,7 +24,7 @@ const cases::Register ops({
          fake::redirect("/lib/modules/gsm_modem.ko", a.tmp->write("gsm_modem.ko", ""));
          return std::string();
      }},
-    // Result, path and time slept, with the stand-ins on PATH behind a missing folder.
+    // Result, path and microseconds slept, with the stand-ins on PATH behind a missing folder.
     {"Insert3gModemDriver",
      [](Args &a) {
          if (a.size() > 0) { // "NULL"
@@ -40,8 +40,8 @@ const cases::Register ops({
          const int64_t slept = fake::clock::sleptNs();
          fake::clock::disable();
          setenv("PATH", path.c_str(), 1);
-         return std::to_string(result) + " " + cases::q(dev) + " " +
-                std::to_string(slept / 1'000'000) + " ms";
+         return std::to_string(result) + " " + cases::q(dev) + " " + std::to_string(slept / 1'000) +
+                " us";
      }},
     {"calls",
      [](Args &a) {
