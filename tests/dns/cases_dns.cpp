@@ -173,6 +173,16 @@ const cases::Register ops({
     {"GetAvia127", lookup(+[](const char *name, DnsRecord *r) {
          return DNS_GetAviaNameServer("127.0.0.1", name, r);
      })},
+    // Each builder and reader with a null packet or record array.
+    {"NullArgs",
+     [](Args &) {
+         uint8_t packet[DNS_PACKET_SIZE] = {};
+         DnsRecord records[DNS_MAX_RECORDS];
+         return cases::nums({DNS_BuildQuery(nullptr, packet, 1), DNS_BuildQuery("a.b", nullptr, 1),
+                             DNS_ParserA(nullptr, 12, records), DNS_ParserA(packet, 12, nullptr),
+                             DNS_ParserMX(nullptr, 12, records),
+                             DNS_ParserMX(packet, 12, nullptr)});
+     }},
     {"Exchange", exchange},
     // A server on 127.0.0.1 that never answers, until what it heard is read.
     {"Silent",

@@ -98,7 +98,9 @@ TEST_F(NetPeer, UnitRecordFromFilesAndQueries)
     std::ofstream("/etc/network/interfaces") << "auto eth0\n";
     COM_UNIT_INFO unit;
     memset(&unit, 0x5A, sizeof unit);
-    // No /etc/Port (80, a failure) and no /etc/Note (not counted).
+    // No /etc/Port (80, a failure) and no /etc/Note (not counted, and never a failure).
+    char note[8];
+    EXPECT_EQ(COM_GetUnitNote(note, sizeof note), 0);
     EXPECT_EQ(COM_GetUnitInfo(&unit, "auto"), -1);
     EXPECT_EQ(unit.reserved, 0x5A5A5A5Au);
     EXPECT_EQ(unit.mtu, 1600);
