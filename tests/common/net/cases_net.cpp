@@ -59,6 +59,7 @@ const cases::Register ops({
     {"GetMAC", family(COM_GetMAC)},
     {"SubGetNetInfo", family(COM_SubGetNetInfo)},
     {"GetDNSServer", family(COM_GetDNSServer)},
+    {"SubGetGateway", family(COM_SubGetGateway)},
 });
 
 } // namespace
