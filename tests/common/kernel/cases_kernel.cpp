@@ -40,7 +40,15 @@ const cases::Register ops({
          COM_GetRevision(revision);
          return q(revision);
      }},
-    {"MimeType", [](Args &a) { return q(COM_GetMimeType(a.s(0))); }},
+    // The type of each name given.
+    {"MimeType",
+     [](Args &a) {
+         std::vector<std::string> types;
+         for (size_t i = 0; i < a.size(); ++i) {
+             types.push_back(q(COM_GetMimeType(a.s(i))));
+         }
+         return cases::join(types);
+     }},
 });
 
 } // namespace
