@@ -76,7 +76,8 @@ void dumpReply(const sg_io_hdr_t &hdr)
             printf("%02X ", b);
             text[i] = b < 0x20 ? '.' : static_cast<char>(b);
         }
-        printf("%*s|%.16s|\n", static_cast<int>((kReplyBytesPerRow - count) * 3), "", text);
+        printf("%*s|%.*s|\n", static_cast<int>((kReplyBytesPerRow - count) * 3), "",
+               kReplyBytesPerRow, text);
     }
     printf("\n");
 }
